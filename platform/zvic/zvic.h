@@ -1,0 +1,74 @@
+/* zvic.h - the image-converter service: JPEG encode and decode, packings, colours.
+ *
+ * An open converter has worker threads; images go in by zvICSend and come out in
+ * the same order by zvICReceive. All calls are thread-safe; `int` results are 0
+ * or -1 unless said otherwise, the reason is in zvGetError. */
+#ifndef KIV_PLATFORM_ZVIC_H
+#define KIV_PLATFORM_ZVIC_H
+
+#include "platform/zv/zv.h"
+
+KIV_C_BEGIN
+
+typedef struct ZVimageconverterRec* ZVimageconverter; /* 0 = none */
+
+typedef enum ZVicspeed {
+    ZV_IC_SPEED_UNDEFINED = 0,
+    ZV_IC_SPEED_REALTIME = 1,
+    ZV_IC_SPEED_NONREALTIME = 2
+} ZVicspeed;
+
+typedef enum ZVcodedirection {
+    ZV_IC_CODE_DIRECTION_UNDEFINED = 0,
+    ZV_IC_CODE_DIRECTION_ENCODE = 1,
+    ZV_IC_CODE_DIRECTION_DECODE = 2
+} ZVcodedirection;
+
+#define ZV_IC_SPEED "ZV_IC_SPEED"         /* enum ZVicspeed, conversion key */
+#define ZV_IC_QUEUE_MAX "ZV_IC_QUEUE_MAX" /* int, conversion key: images waiting at most; 0 = no limit */
+#define ZV_IC_WORKERS "ZV_IC_WORKERS"     /* int, conversion key: worker threads; 0 = one per core */
+
+/* The first converter that turns `src` images into `dst` images under `conv`:
+ * its id, 0 or more; -1 when none does (sizes below 1 or unequal, unknown
+ * compression or packing). */
+KIV_API int zvICChooseConverter(const ZVparams* src, const ZVparams* dst, const ZVparams* conv);
+KIV_API int zvICCreate(int id, ZVimageconverter* ic);
+/* Stops and joins the workers, drops all queued references, closes the descriptor. */
+KIV_API int zvICDestroy(ZVimageconverter ic);
+
+KIV_API int zvICSetSrcParams(ZVimageconverter ic, const ZVparams* p);
+KIV_API int zvICSetDstParams(ZVimageconverter ic, const ZVparams* p);
+/* Merges the keys given; quality, speed and queue limit may change while running. */
+KIV_API int zvICSetConvParams(ZVimageconverter ic, const ZVparams* p);
+
+/* Raise the list's ZV_BUFFER_SIZE and ZV_BUFFER_COUNT to what the converter needs
+ * of the pool on that side: room for the worst JPEG of that image on a JPEG side,
+ * and one buffer for each that the converter may hold. Missing keys count as 0. */
+KIV_API int zvICGetSrcPoolParams(ZVimageconverter ic, ZVparams* p);
+KIV_API int zvICGetDstPoolParams(ZVimageconverter ic, ZVparams* p);
+KIV_API int zvICSetDstPool(ZVimageconverter ic, ZVbufferpool pool);
+
+/* Queues one image; never blocks. The converter takes its own reference. With
+ * ZV_IC_QUEUE_MAX reached, the oldest image not yet begun is dropped and counted.
+ * The two trailing arguments are reserved: 0 and null. */
+KIV_API int zvICSend(ZVimageconverter ic, ZVbuffer in, int n, void* data);
+/* Takes the next result; never blocks. The caller owns one reference. -1 with
+ * *out null when nothing waits (ZV_ERROR_EMPTY) or when that image could not be
+ * converted (ZV_ERROR_DATA and others); a failed result is consumed. */
+KIV_API int zvICReceive(ZVimageconverter ic, ZVbuffer* out);
+/* Readable exactly while a result, good or failed, waits. The converter's own. */
+KIV_API int zvICGetDstQueueFD(ZVimageconverter ic);
+KIV_API int zvICGetSrcQueueFilled(ZVimageconverter ic); /* images waiting or being converted */
+KIV_API int zvICGetDstQueueFilled(ZVimageconverter ic); /* results waiting */
+
+typedef struct ZVicStats {
+    long long sent;      /* images accepted */
+    long long converted; /* good results */
+    long long failed;    /* failed results */
+    long long dropped;   /* images that gave way under ZV_IC_QUEUE_MAX */
+} ZVicStats;
+KIV_API int zvICGetStats(ZVimageconverter ic, ZVicStats* stats);
+
+KIV_C_END
+
+#endif
