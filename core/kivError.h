@@ -10,13 +10,13 @@ enum kivErrorId : int {
     kivErrNone = 0,
     kivErrGeneric = 1,
     kivErrNotImplemented = 2,
-    kivErrVirtual = 3,          // fatal when reported
+    kivErrVirtual = 3,  // fatal when reported
     kivErrConstraints = 4,
-    kivErrPoolParams = 5,       // fatal when reported
+    kivErrPoolParams = 5,  // fatal when reported
     kivErrPoolDefaults = 6,
-    kivErrPool = 7,             // fatal when reported
+    kivErrPool = 7,  // fatal when reported
     kivErrParams = 8,
-    kivErrNotReady = 9,         // handleEvents: nothing to do, not a failure
+    kivErrNotReady = 9,  // handleEvents: nothing to do, not a failure
     kivErrRuntimeChild = 10,
 
     kivErrVideo = 1000,
@@ -31,8 +31,8 @@ enum kivErrorId : int {
     kivErrVideoConvert = 1009,
     kivErrVideoNoPath = 1010,
     kivErrVideoTransferEvent = 1011,  // not a failure: which kind of event was taken
-    kivErrVideoOtherEvent = 1012,     // the same
-    kivErrVideoDeviceEvent = 1013,    // the same; no text in the table
+    kivErrVideoOtherEvent = 1012,  // the same
+    kivErrVideoDeviceEvent = 1013,  // the same; no text in the table
 
     kivErrICNone = 2000,
     kivErrICSrcParams = 2001,
@@ -50,8 +50,8 @@ enum kivErrorId : int {
     kivErrICImageDefaults = 2013,
     kivErrICPoolDefaults = 2014,
     kivErrICString = 2015,
-    kivErrICEnum = 2016,        // no text in the table
-    kivErrICFree = 2017,        // no text in the table
+    kivErrICEnum = 2016,  // no text in the table
+    kivErrICFree = 2017,  // no text in the table
 
     kivErrGL = 3000,
     kivErrGLConfig = 3001,
@@ -63,7 +63,7 @@ enum kivErrorId : int {
     kivErrMovieThread = 4001,
     kivErrMovieIO = 4002,
     kivErrSemaphore = 4004,
-    kivErrFrameNotYet = 4005,   // inside the movie sources: the frame in hand is still the right one
+    kivErrFrameNotYet = 4005,  // inside the movie sources: the frame in hand is still the right one
     kivErrBufferTooSmall = 4006,
     kivErrMovieOffset = 4007,
 
@@ -86,4 +86,5 @@ struct errorMsg {
     int fatal;  // 1: looking it up ends the process
 };
 extern KIV_API const errorMsg kivErrors[];  // 55 rows and a terminating one
-extern KIV_API const int numKivErrors;      // 56
+extern KIV_API const int numKivErrors;  // 56
+extern KIV_API const char* const noErrorMsg;
