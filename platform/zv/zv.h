@@ -18,8 +18,8 @@ KIV_C_BEGIN
 #define ZV_FAILURE (-1)
 
 /* Handles. They are never dereferenced: only these calls look behind them. */
-typedef struct ZVparams ZVparams;            /* used as ZVparams* */
-typedef struct ZVbufferRec* ZVbuffer;        /* a reference-counted buffer */
+typedef struct ZVparams ZVparams; /* used as ZVparams* */
+typedef struct ZVbufferRec* ZVbuffer; /* a reference-counted buffer */
 typedef struct ZVbufferpoolRec* ZVbufferpool; /* a pool of equal buffers */
 
 typedef struct USTMSCpair {
@@ -60,9 +60,9 @@ typedef enum ZVimagepacking {
     ZV_IMAGE_PACKING_ABGR = 1002,
     ZV_IMAGE_PACKING_XBGR = 1003,
     ZV_IMAGE_PACKING_LUMINANCE = 1005,
-    ZV_IMAGE_PACKING_CbYCr = 1006,    /* 4:4:4, 3 bytes a pixel */
-    ZV_IMAGE_PACKING_CbYCrA = 1007,   /* 4:4:4:4, 4 bytes a pixel */
-    ZV_IMAGE_PACKING_CbYCrY = 1008,   /* 4:2:2, 2 bytes a pixel; an odd row ends after Cb Y */
+    ZV_IMAGE_PACKING_CbYCr = 1006, /* 4:4:4, 3 bytes a pixel */
+    ZV_IMAGE_PACKING_CbYCrA = 1007, /* 4:4:4:4, 4 bytes a pixel */
+    ZV_IMAGE_PACKING_CbYCrY = 1008, /* 4:2:2, 2 bytes a pixel; an odd row ends after Cb Y */
     ZV_IMAGE_PACKING_CbYCrYYY = 1009, /* 4:1:1, 6 bytes for 4 pixels */
     ZV_IMAGE_PACKING_BGR233 = 1010,
     ZV_IMAGE_PACKING_LUMINANCE_ALPHA = 1011,
@@ -84,17 +84,17 @@ enum {
 };
 
 /* Keys. A list takes any key; these are the ones that the services read. */
-#define ZV_IMAGE_WIDTH "ZV_IMAGE_WIDTH"             /* int, pixels */
-#define ZV_IMAGE_HEIGHT "ZV_IMAGE_HEIGHT"           /* int, pixels */
-#define ZV_IMAGE_PACKING "ZV_IMAGE_PACKING"         /* enum ZVimagepacking */
+#define ZV_IMAGE_WIDTH "ZV_IMAGE_WIDTH" /* int, pixels */
+#define ZV_IMAGE_HEIGHT "ZV_IMAGE_HEIGHT" /* int, pixels */
+#define ZV_IMAGE_PACKING "ZV_IMAGE_PACKING" /* enum ZVimagepacking */
 #define ZV_IMAGE_COMPRESSION "ZV_IMAGE_COMPRESSION" /* string: one of the two below */
 #define ZV_IMAGE_ORIENTATION "ZV_IMAGE_ORIENTATION" /* enum */
-#define ZV_IMAGE_LAYOUT "ZV_IMAGE_LAYOUT"           /* enum */
+#define ZV_IMAGE_LAYOUT "ZV_IMAGE_LAYOUT" /* enum */
 #define ZV_IMAGE_QUALITY_SPATIAL "ZV_IMAGE_QUALITY_SPATIAL" /* float, 0.0 lowest to 1.0 */
-#define ZV_BUFFER_COUNT "ZV_BUFFER_COUNT"           /* int, buffers in a pool */
-#define ZV_BUFFER_SIZE "ZV_BUFFER_SIZE"             /* int, bytes of each */
-#define ZV_BUFFER_CACHEABLE "ZV_BUFFER_CACHEABLE"   /* int, 0 or 1; a hint */
-#define ZV_BUFFER_MAPPED "ZV_BUFFER_MAPPED"         /* int, 0 or 1; a hint */
+#define ZV_BUFFER_COUNT "ZV_BUFFER_COUNT" /* int, buffers in a pool */
+#define ZV_BUFFER_SIZE "ZV_BUFFER_SIZE" /* int, bytes of each */
+#define ZV_BUFFER_CACHEABLE "ZV_BUFFER_CACHEABLE" /* int, 0 or 1; a hint */
+#define ZV_BUFFER_MAPPED "ZV_BUFFER_MAPPED" /* int, 0 or 1; a hint */
 
 #define ZV_COMPRESSION_UNCOMPRESSED "Uncompressed Video"
 #define ZV_COMPRESSION_JPEG "JPEG"
@@ -143,10 +143,10 @@ KIV_API int zvParamsGetIntRange(const ZVparams* p, const char* key, int* low, in
 KIV_API int zvParamsGetFloatRange(const ZVparams* p, const char* key, double* low, double* high);
 KIV_API int zvParamsGetFractRange(const ZVparams* p, const char* key, ZVfract* low, ZVfract* high);
 
-KIV_API int zvParamsGetNumElems(const ZVparams* p);                 /* 0 for no list */
-KIV_API const char* zvParamsGetElem(const ZVparams* p, int index);  /* key of element i */
-KIV_API int zvParamsGetElemType(const ZVparams* p, int index);      /* ZV_TYPE_NONE out of range */
-KIV_API int zvParamsGetType(const ZVparams* p, const char* key);    /* ZV_TYPE_NONE if missing */
+KIV_API int zvParamsGetNumElems(const ZVparams* p); /* 0 for no list */
+KIV_API const char* zvParamsGetElem(const ZVparams* p, int index); /* key of element i */
+KIV_API int zvParamsGetElemType(const ZVparams* p, int index); /* ZV_TYPE_NONE out of range */
+KIV_API int zvParamsGetType(const ZVparams* p, const char* key); /* ZV_TYPE_NONE if missing */
 
 /* Calls fn for each element in order until it returns non-zero or sets *pstop.
  * fn may read the list. Returns 0, or fn's non-zero result. */
@@ -179,14 +179,14 @@ KIV_API int zvBufferGetPoolFD(ZVbufferpool pool);
 KIV_API int zvBufferSetPoolSelectSize(ZVbufferpool pool, int size); /* bytes; 0 (default) = any */
 
 typedef struct ZVpoolLedger {
-    int count;             /* buffers in the pool */
-    int size;              /* bytes of each */
-    int free;              /* free now */
-    int inUse;             /* handed out now */
-    int peak;              /* most handed out at once */
-    long long allocated;   /* buffers handed out since creation */
-    long long references;  /* references held now, over all buffers */
-    long long failures;    /* allocations that found no buffer */
+    int count; /* buffers in the pool */
+    int size; /* bytes of each */
+    int free; /* free now */
+    int inUse; /* handed out now */
+    int peak; /* most handed out at once */
+    long long allocated; /* buffers handed out since creation */
+    long long references; /* references held now, over all buffers */
+    long long failures; /* allocations that found no buffer */
 } ZVpoolLedger;
 KIV_API int zvBufferGetPoolLedger(ZVbufferpool pool, ZVpoolLedger* ledger);
 /* Buffers free now; -1 for no pool. One atomic load: cheap enough to ask before waiting. */
@@ -200,9 +200,9 @@ KIV_API int zvBufferGetMemory(ZVbuffer buffer, int* fd, long long* offset, int* 
  * stamp 0/0, or null. The bytes are those of the buffer's last use. */
 KIV_API int zvBufferAllocate(ZVbufferpool pool, ZVbuffer* out);
 KIV_API int zvBufferAttach(ZVbuffer buffer); /* one more reference */
-KIV_API int zvBufferFree(ZVbuffer buffer);   /* one less; the last returns it to its pool */
+KIV_API int zvBufferFree(ZVbuffer buffer); /* one less; the last returns it to its pool */
 KIV_API void* zvBufferMapData(ZVbuffer buffer); /* page-aligned, capacity bytes; null on failure */
-KIV_API int zvBufferGetSize(ZVbuffer buffer);   /* valid bytes; -1 on failure */
+KIV_API int zvBufferGetSize(ZVbuffer buffer); /* valid bytes; -1 on failure */
 KIV_API int zvBufferSetSize(ZVbuffer buffer, int size); /* refuses < 0 and > capacity */
 KIV_API USTMSCpair zvBufferGetUSTMSCpair(ZVbuffer buffer); /* zero pair on failure */
 KIV_API int zvBufferSetUSTMSCpair(ZVbuffer buffer, USTMSCpair stamp);

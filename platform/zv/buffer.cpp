@@ -1,0 +1,224 @@
+// buffer.cpp - the road of every frame: allocate, attach, free and what a
+// buffer carries. No lock and no system call but at the edge of a watched pool.
+#include "platform/support/error.h"
+#include "platform/zv/internal.h"
+#include "platform/zv/poolTable.h"
+
+namespace kiv {
+
+namespace {
+
+bool isLive(uint64_t state, uint64_t generation)
+{
+    return state >> referenceBits == generation && (state & referenceMask) != 0;
+}
+
+// The slot of a buffer that somebody holds; null, with an error recorded.
+BufferSlot* liveSlot(ZVbuffer handle)
+{
+    BufferSlot* slot = slotBehind(handle);
+    if (slot != nullptr && isLive(slot->state.load(std::memory_order_acquire), generationOf(handle)))
+        return slot;
+    badHandle("buffer", handle);
+    return nullptr;
+}
+
+void noteTaken(Pool& pool, unsigned freeNow)
+{
+    unsigned least = pool.leastFree.load(std::memory_order_relaxed);
+    while (freeNow < least && !pool.leastFree.compare_exchange_weak(least, freeNow, std::memory_order_relaxed)) { }
+    if (freeNow == 0 && pool.watched.load())
+        updateSignal(pool);
+}
+
+BufferSlot* noneFree(Pool& pool)
+{
+    pool.failures.fetch_add(1, std::memory_order_relaxed);
+    recordError(ZV_ERROR_EMPTY, "no buffer is free");
+    return nullptr;
+}
+
+// Takes the first free buffer; null, with an error recorded. The handle is
+// checked after the list is read: a pool retired later changes the list's tag,
+// so the exchange fails.
+BufferSlot* takeSlot(Pool& pool, ZVbufferpool handle)
+{
+    uint64_t head = pool.head.load(std::memory_order_acquire);
+    while (pool.generation.load(std::memory_order_acquire) == generationOf(handle)) {
+        const FreeList list(head);
+        if (list.index == FreeList::none)
+            return noneFree(pool);
+        if (list.index == FreeList::retired)
+            break;
+        BufferSlot& slot = bufferSlot(pool.first.load(std::memory_order_relaxed) + list.index);
+        const FreeList rest(list.tag + 1, list.free - 1, slot.next.load(std::memory_order_relaxed));
+        if (pool.head.compare_exchange_weak(head, rest.word())) {
+            noteTaken(pool, rest.free);
+            return &slot;
+        }
+    }
+    badHandle("pool", handle);
+    return nullptr;
+}
+
+// Makes a taken slot a fresh buffer. It is nobody else's: no handle of its new
+// generation exists, and without references the old ones are refused.
+ZVbuffer freshBuffer(BufferSlot& slot, int size)
+{
+    const uint64_t generation
+        = ((slot.state.load(std::memory_order_relaxed) >> referenceBits) + 1) & bufferGenerationMask;
+    slot.size.store(size, std::memory_order_relaxed);
+    slot.ust.store(0, std::memory_order_relaxed);
+    slot.msc.store(0, std::memory_order_relaxed);
+    slot.state.store(generation << referenceBits | 1, std::memory_order_release);
+    return bufferHandle(slot, generation);
+}
+
+// Back to the pool, or home to a retired one: the last to come takes it down.
+void giveBack(BufferSlot& slot)
+{
+    Pool& pool = *slot.pool.load(std::memory_order_relaxed);
+    const unsigned index = unsigned(&slot - &bufferSlot(pool.first.load(std::memory_order_relaxed)));
+    const unsigned count = pool.count;  // once the buffer is back, the pool may be another
+    uint64_t head = pool.head.load(std::memory_order_relaxed);
+    FreeList next(0);
+    do {
+        const FreeList list(head);
+        next = FreeList(list.tag + 1, list.free + 1, list.index == FreeList::retired ? FreeList::retired : index);
+        slot.next.store(list.index, std::memory_order_relaxed);
+    } while (!pool.head.compare_exchange_weak(head, next.word()));
+
+    if (next.index == FreeList::retired) {
+        if (next.free == count)
+            reclaimPool(pool);
+    } else if (next.free == 1 && pool.watched.load()) {
+        updateSignal(pool);
+    }
+}
+
+}  // namespace
+
+int bufferAllocate(ZVbufferpool handle, ZVbuffer* out)
+{
+    if (out == nullptr)
+        return recordError(ZV_ERROR_ARGUMENT, "no place for the buffer");
+    *out = nullptr;
+    Pool* pool = poolBehind(handle);
+    if (pool == nullptr)
+        return badHandle("pool", handle);
+    BufferSlot* slot = takeSlot(*pool, handle);
+    if (slot == nullptr)
+        return ZV_FAILURE;
+    *out = freshBuffer(*slot, pool->size.load(std::memory_order_relaxed));
+    return ZV_SUCCESS;
+}
+
+int bufferAttach(ZVbuffer handle)
+{
+    BufferSlot* slot = slotBehind(handle);
+    if (slot == nullptr)
+        return badHandle("buffer", handle);
+    uint64_t state = slot->state.load(std::memory_order_relaxed);
+    do {
+        if (!isLive(state, generationOf(handle)))
+            return badHandle("buffer", handle);
+        if ((state & referenceMask) == referenceMask)
+            return recordError(ZV_ERROR_STATE, "a buffer has all the references that can be counted");
+    } while (
+        !slot->state.compare_exchange_weak(state, state + 1, std::memory_order_acquire, std::memory_order_relaxed));
+    return ZV_SUCCESS;
+}
+
+int bufferFree(ZVbuffer handle)
+{
+    BufferSlot* slot = slotBehind(handle);
+    if (slot == nullptr)
+        return badHandle("buffer", handle);
+    uint64_t state = slot->state.load(std::memory_order_relaxed);
+    do {
+        if (!isLive(state, generationOf(handle)))
+            return badHandle("buffer", handle);
+    } while (
+        !slot->state.compare_exchange_weak(state, state - 1, std::memory_order_acq_rel, std::memory_order_relaxed));
+    if ((state & referenceMask) == 1)
+        giveBack(*slot);
+    return ZV_SUCCESS;
+}
+
+void* bufferMap(ZVbuffer handle)
+{
+    BufferSlot* slot = liveSlot(handle);
+    return slot != nullptr ? slot->data.load(std::memory_order_relaxed) : nullptr;
+}
+
+int bufferSize(ZVbuffer handle)
+{
+    BufferSlot* slot = liveSlot(handle);
+    return slot != nullptr ? slot->size.load(std::memory_order_relaxed) : -1;
+}
+
+int bufferCapacity(ZVbuffer handle)
+{
+    BufferSlot* slot = liveSlot(handle);
+    return slot != nullptr ? slot->pool.load(std::memory_order_relaxed)->size.load(std::memory_order_relaxed) : -1;
+}
+
+int bufferSetSize(ZVbuffer handle, int size)
+{
+    const int capacity = bufferCapacity(handle);
+    if (capacity < 0)
+        return ZV_FAILURE;
+    if (size < 0 || size > capacity)
+        return recordError(ZV_ERROR_ARGUMENT, "a size of %d in a buffer of %d bytes", size, capacity);
+    slotBehind(handle)->size.store(size, std::memory_order_relaxed);
+    return ZV_SUCCESS;
+}
+
+USTMSCpair bufferStamp(ZVbuffer handle)
+{
+    BufferSlot* slot = liveSlot(handle);
+    if (slot == nullptr)
+        return {0, 0};
+    return {slot->ust.load(std::memory_order_relaxed), slot->msc.load(std::memory_order_relaxed)};
+}
+
+int bufferSetStamp(ZVbuffer handle, USTMSCpair stamp)
+{
+    BufferSlot* slot = liveSlot(handle);
+    if (slot == nullptr)
+        return ZV_FAILURE;
+    slot->ust.store(stamp.ust, std::memory_order_relaxed);
+    slot->msc.store(stamp.msc, std::memory_order_relaxed);
+    return ZV_SUCCESS;
+}
+
+int bufferMemory(ZVbuffer handle, int* fd, long long* offset, int* capacity)
+{
+    if (fd == nullptr || offset == nullptr || capacity == nullptr)
+        return recordError(ZV_ERROR_ARGUMENT, "no place for what describes the memory");
+    if (bufferAttach(handle) < 0)  // keeps the pool as it is while we look
+        return ZV_FAILURE;
+    const BufferSlot& slot = *slotBehind(handle);
+    const Pool& pool = *slot.pool.load(std::memory_order_relaxed);
+    *fd = pool.memory.get();
+    *offset = slot.data.load(std::memory_order_relaxed) - pool.base;
+    *capacity = pool.size;
+    return bufferFree(handle);
+}
+
+}  // namespace kiv
+
+using namespace kiv;
+
+extern "C" int zvBufferAllocate(ZVbufferpool pool, ZVbuffer* out) { return bufferAllocate(pool, out); }
+extern "C" int zvBufferAttach(ZVbuffer buffer) { return bufferAttach(buffer); }
+extern "C" int zvBufferFree(ZVbuffer buffer) { return bufferFree(buffer); }
+extern "C" void* zvBufferMapData(ZVbuffer buffer) { return bufferMap(buffer); }
+extern "C" int zvBufferGetSize(ZVbuffer buffer) { return bufferSize(buffer); }
+extern "C" int zvBufferSetSize(ZVbuffer buffer, int size) { return bufferSetSize(buffer, size); }
+extern "C" USTMSCpair zvBufferGetUSTMSCpair(ZVbuffer buffer) { return bufferStamp(buffer); }
+extern "C" int zvBufferSetUSTMSCpair(ZVbuffer buffer, USTMSCpair stamp) { return bufferSetStamp(buffer, stamp); }
+extern "C" int zvBufferGetMemory(ZVbuffer buffer, int* fd, long long* offset, int* capacity)
+{
+    return bufferMemory(buffer, fd, offset, capacity);
+}
