@@ -1,0 +1,96 @@
+// converter.h - an open converter: its queues, its workers, its descriptor.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "platform/support/fd.h"
+#include "platform/zvic/codec.h"
+#include "platform/zvic/ring.h"
+
+namespace kiv {
+
+// Thread-safe. Images wait in `waiting_`; a worker that begins one takes the
+// destination buffer first, one worker at a time and in input order, so that
+// later images never hold all buffers while the oldest wants one. Each begun
+// image has its place in `results_`, where it becomes a good or a failed result;
+// those at the front that are done can be received.
+class Converter {
+public:
+    explicit Converter(const ConverterKind& kind) : kind_(kind) { }
+    Converter(const Converter&) = delete;
+    Converter& operator=(const Converter&) = delete;
+
+    enum Side { Src, Dst };
+    int setFormat(Side side, const ZVparams* p);
+    int setSettings(const ZVparams* p);
+    int raisePoolParams(Side side, ZVparams* p);
+    int setPool(ZVbufferpool pool);
+
+    int send(ZVbuffer in);
+    int receive(ZVbuffer* out);
+    int descriptor();
+    int unfinished();
+    int finished();
+    int stats(ZVicStats* stats);
+
+    // Ends the workers and drops all references; later calls fail. Once only.
+    void close();
+
+private:
+    struct Result {
+        bool done = false;
+        ZVbuffer out = nullptr;  // null: failed
+        int number = ZV_ERROR_NONE;
+        char detail[ZV_ERROR_DETAIL_MAX];
+    };
+    struct Task {
+        ZVbuffer in = nullptr;
+        ZVbuffer out = nullptr;  // null: no buffer to be had, the error is the worker's last
+        long long sequence = 0;
+        ConvertSettings settings;
+    };
+
+    int workerCount() const;
+    int startWorkers();
+    void work(ConvertEngine& engine);
+    bool begin(Task* task);
+    void takeBuffer(std::unique_lock<std::mutex>& lock, ZVbuffer* out);
+    int awaitPool(ZVbufferpool pool);
+    int convert(ConvertEngine& engine, const Task& task);
+    void finish(const Task& task, bool good);
+    void dropOldest();
+    void signal();
+    void unsignal();
+
+    const ConverterKind& kind_;
+    std::atomic<bool> stopping_{false};  // written under mutex_
+
+    std::mutex mutex_;  // guards all that follows; held for a few instructions only
+    std::condition_variable work_;
+    ImageFormat formats_[2];
+    bool formatSet_[2] = {};
+    ConvertSettings settings_;
+    int queueMax_ = 0;  // images waiting at most, 0 = no limit
+    int workersAsked_ = 0;  // 0 = one per core
+    ZVbufferpool pool_ = nullptr;
+
+    Ring<ZVbuffer> waiting_;
+    Ring<Result> results_;
+    long long firstResult_ = 0;  // sequence of results_[0]
+    size_t ready_ = 0;  // done results at the front
+    int running_ = 0;  // images begun and not done
+    bool beginning_ = false;  // a worker is taking a destination buffer
+    ZVicStats stats_ = {};
+    UniqueFd queueFd_;  // readable while ready_ > 0; made when asked for
+    UniqueFd wakeFd_;  // ends a wait for the pool; made with the workers
+
+    std::vector<std::unique_ptr<ConvertEngine>> engines_;
+    std::vector<std::thread> workers_;
+};
+
+}  // namespace kiv
