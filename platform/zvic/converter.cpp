@@ -38,6 +38,8 @@ int Converter::setFormat(Side side, const ZVparams* p)
 // Takes the keys that the list has, or none of them.
 int Converter::setSettings(const ZVparams* p)
 {
+    if (!paramsAlive(p))
+        return -1;
     const auto has = [p](const char* key) { return paramsGetType(p, key) != ZV_TYPE_NONE; };
     std::lock_guard lock(mutex_);
     ConvertSettings settings = settings_;

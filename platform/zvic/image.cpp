@@ -34,6 +34,8 @@ int jpegBytesMax(int width, int height)
 
 int readImageFormat(const ZVparams* p, ImageFormat* format)
 {
+    if (!paramsAlive(p))
+        return -1;
     const KivLimits& limits = *kivLimits();
     ImageFormat read;
     read.width = paramsGetInt(p, ZV_IMAGE_WIDTH);

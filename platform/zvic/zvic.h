@@ -12,7 +12,11 @@ KIV_C_BEGIN
 
 typedef struct ZVimageconverterRec* ZVimageconverter; /* 0 = none */
 
-typedef enum ZVicspeed { ZV_IC_SPEED_UNDEFINED = 0, ZV_IC_SPEED_REALTIME = 1, ZV_IC_SPEED_NONREALTIME = 2 } ZVicspeed;
+typedef enum ZVicspeed {
+    ZV_IC_SPEED_UNDEFINED = 0,
+    ZV_IC_SPEED_REALTIME = 1,
+    ZV_IC_SPEED_NONREALTIME = 2
+} ZVicspeed;
 
 typedef enum ZVcodedirection {
     ZV_IC_CODE_DIRECTION_UNDEFINED = 0,
@@ -20,10 +24,9 @@ typedef enum ZVcodedirection {
     ZV_IC_CODE_DIRECTION_DECODE = 2
 } ZVcodedirection;
 
-#define ZV_IC_SPEED "ZV_IC_SPEED" /* enum ZVicspeed, conversion key */
+#define ZV_IC_SPEED "ZV_IC_SPEED"         /* enum ZVicspeed, conversion key */
 #define ZV_IC_QUEUE_MAX "ZV_IC_QUEUE_MAX" /* int, conversion key: images waiting at most; 0 = no limit */
-#define ZV_IC_WORKERS "ZV_IC_WORKERS" /* int, conversion key: worker threads; 0 = one per core */
-#define ZV_IC_FULL_RANGE "ZV_IC_FULL_RANGE" /* int, conversion key: CbYCr and LUMINANCE levels are 0..255 */
+#define ZV_IC_WORKERS "ZV_IC_WORKERS"     /* int, conversion key: worker threads; 0 = one per core */
 
 /* The first converter that turns `src` images into `dst` images under `conv`:
  * its id, 0 or more; -1 when none does (sizes below 1 or unequal, unknown
@@ -59,10 +62,10 @@ KIV_API int zvICGetSrcQueueFilled(ZVimageconverter ic); /* images waiting or bei
 KIV_API int zvICGetDstQueueFilled(ZVimageconverter ic); /* results waiting */
 
 typedef struct ZVicStats {
-    long long sent; /* images accepted */
+    long long sent;      /* images accepted */
     long long converted; /* good results */
-    long long failed; /* failed results */
-    long long dropped; /* images that gave way under ZV_IC_QUEUE_MAX */
+    long long failed;    /* failed results */
+    long long dropped;   /* images that gave way under ZV_IC_QUEUE_MAX */
 } ZVicStats;
 KIV_API int zvICGetStats(ZVimageconverter ic, ZVicStats* stats);
 
