@@ -27,6 +27,7 @@ typedef enum ZVcodedirection {
 #define ZV_IC_SPEED "ZV_IC_SPEED"         /* enum ZVicspeed, conversion key */
 #define ZV_IC_QUEUE_MAX "ZV_IC_QUEUE_MAX" /* int, conversion key: images waiting at most; 0 = no limit */
 #define ZV_IC_WORKERS "ZV_IC_WORKERS"     /* int, conversion key: worker threads; 0 = one per core */
+#define ZV_IC_FULL_RANGE "ZV_IC_FULL_RANGE" /* int, conversion key: 1 = CbYCr and LUMINANCE levels are 0..255 */
 
 /* The first converter that turns `src` images into `dst` images under `conv`:
  * its id, 0 or more; -1 when none does (sizes below 1 or unequal, unknown
