@@ -9,13 +9,13 @@
 #include "platform/wisp/wispData.h"
 
 struct wispStats {
-    long long sent;      // messages gone to the kernel whole
-    long long sentBytes; // of data
-    long long dropped;   // messages that a newer one replaced before they were begun
+    long long sent;  // messages gone to the kernel whole
+    long long sentBytes;  // of data
+    long long dropped;  // messages that a newer one replaced before they were begun
     long long received;  // messages read whole
     long long receivedBytes;
-    long long queuedBytes; // copied and not yet gone
-    int waiting;         // 0 or 1 messages not yet begun
+    long long queuedBytes;  // copied and not yet gone
+    int waiting;  // 0 or 1 messages not yet begun
 };
 
 // Thread-safe for one reader and one sender at a time.
@@ -24,7 +24,7 @@ public:
     // Connects to "tcp://host:port", "tcp://[v6]:port" or "unix:path", within
     // kivLimits()->connectMs. Null on failure; zvGetError names what was wrong.
     static std::unique_ptr<wispSocket> connect(const char* url);
-    ~wispSocket() override; // close(0)
+    ~wispSocket() override;  // close(0)
 
     int setHeaderSize(int bytes) override;
     int getFD(int* fd) override;
@@ -62,9 +62,9 @@ public:
     static std::unique_ptr<wispListener> open(const char* url);
     ~wispListener();
 
-    int getFD();                                  // readable when a peer waits
-    std::unique_ptr<wispSocket> accept();         // never blocks; null when none waits
-    const char* url();                            // with the port that was taken
+    int getFD();  // readable when a peer waits
+    std::unique_ptr<wispSocket> accept();  // never blocks; null when none waits
+    const char* url();  // with the port that was taken
 
     struct Impl;
     explicit wispListener(std::unique_ptr<Impl> impl);

@@ -1,0 +1,4 @@
+// wispData.cpp - the class's one home for its table of virtuals.
+#include "platform/wisp/wispData.h"
+
+wispData::~wispData() = default;
