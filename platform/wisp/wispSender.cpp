@@ -100,11 +100,10 @@ int WispSender::sendNewest(Lock& lock, const WispMessage& message)
 }
 
 // Writes from the caller's memory until all is gone. A message begun is never
-// left half done: when the wait ends early, the writer gets the rest.
+// left half done: when a stop request ends the wait, the writer gets the rest.
 int WispSender::sendLossless(Lock& lock, const WispMessage& message)
 {
-    const uint64_t deadline = deadlineIn(kivLimits()->sendMs);
-    if (waitForRoom(lock, deadline) < 0)
+    if (waitForRoom(lock) < 0)
         return -1;
     progress_ = monotonicNs();
     for (size_t at = 0;;) {
@@ -116,24 +115,23 @@ int WispSender::sendLossless(Lock& lock, const WispMessage& message)
             return 0;
         if (taken > 0)
             progress_ = monotonicNs();
-        if (wait(lock, deadline) == 0)
+        const int ready = wait(lock, stallDeadline());
+        if (ready == THREAD_POLL_READY)
             continue;
         if (at == 0 || link_.ended())
             return -1;
-        if (!stalled())
-            return keepRest(message, at);
-        return link_.fail(ZV_ERROR_PEER, tookNothing);
+        return ready == THREAD_POLL_STOP ? keepRest(message, at) : link_.fail(ZV_ERROR_PEER, tookNothing);
     }
 }
 
 // Lossless: everything handed in before goes first.
-int WispSender::waitForRoom(Lock& lock, uint64_t deadline)
+int WispSender::waitForRoom(Lock& lock)
 {
     while (pending()) {
         push(lock);
         if (link_.ended())
             return link_.recordEnded();
-        if (pending() && wait(lock, deadline) < 0)
+        if (pending() && wait(lock, stallDeadline()) != THREAD_POLL_READY)
             return -1;
     }
     return 0;
@@ -255,20 +253,20 @@ void WispSender::putBack()
     ++dropped_;
 }
 
-// Waits without the lock until there may be room. -1, recorded, when the time is
-// over or a stop request came.
+// Waits without the lock until there may be room. A THREAD_POLL_ value; all but
+// READY are recorded.
 int WispSender::wait(Lock& lock, uint64_t deadline)
 {
     lock.unlock();
     const int ready = pollFd(link_.fd(), POLLOUT, deadline);
     lock.lock();
-    if (ready == THREAD_POLL_READY)
-        return 0;
     if (ready == THREAD_POLL_STOP)
-        return recordError(ZV_ERROR_STOPPED, "%s: a stop request ended the wait for room", link_.peer());
-    if (ready == THREAD_POLL_TIMEOUT)
-        return recordError(ZV_ERROR_PEER, "%s: no room for a message in time", link_.peer());
-    return link_.failSystem("the wait for room failed");
+        recordError(ZV_ERROR_STOPPED, "%s: a stop request ended the wait for room", link_.peer());
+    else if (ready == THREAD_POLL_TIMEOUT)
+        recordError(ZV_ERROR_PEER, "%s: no room for a message in time", link_.peer());
+    else if (ready == THREAD_POLL_ERROR)
+        link_.failSystem("the wait for room failed");
+    return ready;
 }
 
 void WispSender::countSent(int dataBytes)
@@ -277,7 +275,8 @@ void WispSender::countSent(int dataBytes)
     sentBytes_ += dataBytes;
 }
 
-bool WispSender::stalled() const { return monotonicNs() >= progress_ + uint64_t(kivLimits()->sendMs) * 1'000'000; }
+// When a peer that takes nothing is given up.
+uint64_t WispSender::stallDeadline() const { return progress_ + uint64_t(kivLimits()->sendMs) * 1'000'000; }
 
 // The connection's writer thread: sleeps until something is pending, then writes
 // whenever there is room.
@@ -288,7 +287,7 @@ void WispSender::runWriter()
         changed_.wait(lock, [this] { return closing_ || (pending() && !busy_ && !link_.ended()); });
         if (closing_)
             return;
-        const uint64_t deadline = progress_ + uint64_t(kivLimits()->sendMs) * 1'000'000;
+        const uint64_t deadline = stallDeadline();
         lock.unlock();
         const int ready = pollFd(link_.fd(), POLLOUT, deadline);
         lock.lock();
@@ -296,7 +295,7 @@ void WispSender::runWriter()
             return;
         if (ready == THREAD_POLL_READY)
             push(lock);
-        else if (pending() && (ready == THREAD_POLL_ERROR || stalled()))
+        else if (pending() && (ready == THREAD_POLL_ERROR || monotonicNs() >= stallDeadline()))
             link_.end(tookNothing);
     }
 }
@@ -309,7 +308,7 @@ int WispSender::close(int drainMs)
     const uint64_t deadline = deadlineIn(drainMs);
     while (pending() && !link_.ended()) {
         push(lock);
-        if (pending() && !link_.ended() && wait(lock, deadline) < 0)
+        if (pending() && !link_.ended() && wait(lock, deadline) != THREAD_POLL_READY)
             break;
     }
     closeResult_ = pending() ? recordError(ZV_ERROR_PEER, "%s: closed before everything had gone", link_.peer()) : 0;

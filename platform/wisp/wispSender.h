@@ -63,7 +63,7 @@ private:
     bool pending() const { return !out_.empty() || !next_.empty(); }
     int sendNewest(Lock& lock, const WispMessage& message);
     int sendLossless(Lock& lock, const WispMessage& message);
-    int waitForRoom(Lock& lock, uint64_t deadline);
+    int waitForRoom(Lock& lock);
     ptrdiff_t write(const WispMessage& message, size_t at);
     int keepRest(const WispMessage& message, size_t at);
     int keepNewest(const WispMessage& message);
@@ -73,7 +73,7 @@ private:
     void putBack();
     int wait(Lock& lock, uint64_t deadline);
     void countSent(int dataBytes);
-    bool stalled() const;
+    uint64_t stallDeadline() const;
     void runWriter();
 
     WispLink& link_;

@@ -1,6 +1,7 @@
 // addressTest.cpp - URLs, listeners, and what becomes of files and descriptors.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -108,7 +109,7 @@ TEST(UnixListener, ReplacesAStaleSocketAndNothingElse)
     address.sun_family = AF_UNIX;
     strcpy(address.sun_path, path.c_str());
     {
-        kiv::UniqueFd dead(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        RawFd dead(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
         ASSERT_EQ(bind(dead.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
     }
     auto listener = wispListener::open(url.c_str());
@@ -133,9 +134,9 @@ TEST(UnixListener, ReplacesAStaleSocketAndNothingElse)
 }
 
 // Fills a listener's queue, so that the next connect has to wait.
-template <class Address> std::vector<kiv::UniqueFd> fillQueue(const Address& address, int count)
+template <class Address> std::vector<RawFd> fillQueue(const Address& address, int count)
 {
-    std::vector<kiv::UniqueFd> peers;
+    std::vector<RawFd> peers;
     for (int i = 0; i < count; ++i) {
         peers.emplace_back(socket(reinterpret_cast<const sockaddr*>(&address)->sa_family,
                                   SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
@@ -151,7 +152,7 @@ TEST(Connecting, EndsAtItsDeadlineOrAtAStopRequest)
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     strcpy(address.sun_path, dir.file("s").c_str());
-    kiv::UniqueFd full(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    RawFd full(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     ASSERT_EQ(bind(full.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
     ASSERT_EQ(listen(full.get(), 0), 0);
     const auto unixPeers = fillQueue(address, 3);
@@ -215,7 +216,7 @@ TEST(Descriptors, StayClearOfTheProgramsStreams)
 TEST(Descriptors, ListenerSurvivesHavingNoneLeft)
 {
     auto listener = wispListener::open("tcp://:0");
-    kiv::UniqueFd peer(rawConnect(listener->url()));
+    RawFd peer(rawConnect(listener->url()));
     ASSERT_TRUE(becomesReadable(listener->getFD()));
 
     rlimit limit = {};

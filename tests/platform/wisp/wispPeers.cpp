@@ -12,6 +12,12 @@
 
 #include "platform/zv/zv.h"
 
+RawFd::~RawFd()
+{
+    if (fd_ >= 0)
+        close(fd_);
+}
+
 int lastError()
 {
     int number = 0;
@@ -67,7 +73,7 @@ RawPair::RawPair()
 {
     listener = wispListener::open("tcp://:0");
     EXPECT_TRUE(listener) << lastErrorText();
-    raw.reset(rawConnect(listener->url()));
+    raw = RawFd(rawConnect(listener->url()));
     EXPECT_TRUE(becomesReadable(listener->getFD()));
     ours = listener->accept();
     EXPECT_TRUE(ours) << lastErrorText();

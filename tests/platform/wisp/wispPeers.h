@@ -4,14 +4,31 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/limits.h"
-#include "platform/support/fd.h"
 #include "platform/wisp/wispSocket.h"
 #include "platform/zv/errors.h"
 
 constexpr int testHeaderBytes = 24;
+
+// Owns a descriptor of the test's own.
+class RawFd {
+public:
+    explicit RawFd(int fd = -1) : fd_(fd) { }
+    RawFd(RawFd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) { }
+    RawFd& operator=(RawFd&& other) noexcept
+    {
+        std::swap(fd_, other.fd_);
+        return *this;
+    }
+    ~RawFd();
+    int get() const { return fd_; }
+
+private:
+    int fd_;
+};
 
 // What zvGetError says on this thread.
 int lastError();
@@ -21,6 +38,7 @@ std::string lastErrorText();
 bool becomesReadable(int fd, int boundMs = 10000);
 bool isReadable(int fd);
 int openDescriptors();
+long heapAllocations();  // operator new so far, in the library as well; -1 under a sanitizer
 
 // A directory of its own, removed with what is in it.
 class TempDir {
@@ -57,7 +75,7 @@ struct RawPair {
     void write(const std::string& bytes) { write(bytes.data(), bytes.size()); }
     std::string read(size_t count);  // shorter only at the end of the stream
     std::unique_ptr<wispListener> listener;
-    kiv::UniqueFd raw;
+    RawFd raw;
     std::unique_ptr<wispSocket> ours;
 };
 
@@ -72,8 +90,8 @@ std::vector<char> pattern(int seed, int size);
 
 int messageFd(wispSocket& socket);  // its getFD
 
-// Makes the kernel take little at a time.
-void shrinkBuffers(wispSocket& socket, int bytes = 4096);
+// Makes the kernel take little at a time (much less, and TCP waits for its own timers).
+void shrinkBuffers(wispSocket& socket, int bytes = 65536);
 
 // Sends message `seed` of that size: its header begins with seed.
 int sendNumbered(wispSocket& socket, int seed, int size);
