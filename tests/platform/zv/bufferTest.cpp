@@ -6,39 +6,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "platform/limits.h"
+#include "tests/platform/zv/poolTools.h"
 #include "tests/support/poolFixture.h"
 
 namespace {
-
-ZVpoolLedger ledgerOf(ZVbufferpool pool)
-{
-    ZVpoolLedger ledger = {};
-    EXPECT_EQ(zvBufferGetPoolLedger(pool, &ledger), ZV_SUCCESS);
-    return ledger;
-}
-
-int lastError()
-{
-    int number = -1;
-    zvGetError(&number, nullptr);
-    return number;
-}
-
-ZVbufferpool makePool(int count, int size)
-{
-    ZVparams* params = nullptr;
-    zvParamsCreate(&params);
-    zvParamsSetInt(params, ZV_BUFFER_COUNT, count);
-    zvParamsSetInt(params, ZV_BUFFER_SIZE, size);
-    ZVbufferpool pool = reinterpret_cast<ZVbufferpool>(params);
-    zvBufferCreatePool(params, &pool);
-    zvParamsDestroy(params);
-    return pool;
-}
 
 // Every call refuses that buffer handle.
 void expectDead(ZVbuffer buffer)

@@ -4,10 +4,12 @@
 
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "platform/limits.h"
 #include "platform/zv/zv.h"
+#include "tests/platform/zv/poolTools.h"
 
 namespace {
 
@@ -25,13 +27,6 @@ protected:
     }
     ZVparams* list = nullptr;
 };
-
-int lastError()
-{
-    int number = -1;
-    zvGetError(&number, nullptr);
-    return number;
-}
 
 TEST_F(Params, KeepsTheOrderOfFirstSettingAndReplacesInPlace)
 {
