@@ -31,17 +31,31 @@ void noteTaken(Pool& pool, unsigned freeNow)
         updateSignal(pool);
 }
 
-BufferSlot* noneFree(Pool& pool)
+ZVbuffer noneFree(Pool& pool)
 {
     pool.failures.fetch_add(1, std::memory_order_relaxed);
     recordError(ZV_ERROR_EMPTY, "no buffer is free");
     return nullptr;
 }
 
+// Makes a taken slot a fresh buffer. It is nobody else's: no handle of its new
+// generation exists, and without references the old ones are refused.
+ZVbuffer freshBuffer(unsigned number, int size)
+{
+    BufferSlot& slot = bufferSlot(number);
+    const uint64_t generation
+        = ((slot.state.load(std::memory_order_relaxed) >> referenceBits) + 1) & bufferGenerationMask;
+    slot.size.store(size, std::memory_order_relaxed);
+    slot.ust.store(0, std::memory_order_relaxed);
+    slot.msc.store(0, std::memory_order_relaxed);
+    slot.state.store(generation << referenceBits | 1, std::memory_order_release);
+    return bufferHandle(number, generation);
+}
+
 // Takes the first free buffer; null, with an error recorded. The handle is
 // checked after the list is read: a pool retired later changes the list's tag,
 // so the exchange fails.
-BufferSlot* takeSlot(Pool& pool, ZVbufferpool handle)
+ZVbuffer takeBuffer(Pool& pool, ZVbufferpool handle)
 {
     uint64_t head = pool.head.load(std::memory_order_acquire);
     while (pool.generation.load(std::memory_order_acquire) == generationOf(handle)) {
@@ -50,35 +64,22 @@ BufferSlot* takeSlot(Pool& pool, ZVbufferpool handle)
             return noneFree(pool);
         if (list.index == FreeList::retired)
             break;
-        BufferSlot& slot = bufferSlot(pool.first.load(std::memory_order_relaxed) + list.index);
-        const FreeList rest(list.tag + 1, list.free - 1, slot.next.load(std::memory_order_relaxed));
-        if (pool.head.compare_exchange_weak(head, rest.word())) {
-            noteTaken(pool, rest.free);
-            return &slot;
+        const unsigned number = pool.first.load(std::memory_order_relaxed) + list.index;
+        const unsigned next = bufferSlot(number).next.load(std::memory_order_relaxed);
+        if (pool.head.compare_exchange_weak(head, FreeList(list.tag + 1, list.free - 1, next).word())) {
+            noteTaken(pool, list.free - 1);
+            return freshBuffer(number, pool.size.load(std::memory_order_relaxed));
         }
     }
     badHandle("pool", handle);
     return nullptr;
 }
 
-// Makes a taken slot a fresh buffer. It is nobody else's: no handle of its new
-// generation exists, and without references the old ones are refused.
-ZVbuffer freshBuffer(BufferSlot& slot, int size)
-{
-    const uint64_t generation
-        = ((slot.state.load(std::memory_order_relaxed) >> referenceBits) + 1) & bufferGenerationMask;
-    slot.size.store(size, std::memory_order_relaxed);
-    slot.ust.store(0, std::memory_order_relaxed);
-    slot.msc.store(0, std::memory_order_relaxed);
-    slot.state.store(generation << referenceBits | 1, std::memory_order_release);
-    return bufferHandle(slot, generation);
-}
-
 // Back to the pool, or home to a retired one: the last to come takes it down.
 void giveBack(BufferSlot& slot)
 {
     Pool& pool = *slot.pool.load(std::memory_order_relaxed);
-    const unsigned index = unsigned(&slot - &bufferSlot(pool.first.load(std::memory_order_relaxed)));
+    const unsigned index = slot.index.load(std::memory_order_relaxed);
     const unsigned count = pool.count;  // once the buffer is back, the pool may be another
     uint64_t head = pool.head.load(std::memory_order_relaxed);
     FreeList next(0);
@@ -106,11 +107,8 @@ int bufferAllocate(ZVbufferpool handle, ZVbuffer* out)
     Pool* pool = poolBehind(handle);
     if (pool == nullptr)
         return badHandle("pool", handle);
-    BufferSlot* slot = takeSlot(*pool, handle);
-    if (slot == nullptr)
-        return ZV_FAILURE;
-    *out = freshBuffer(*slot, pool->size.load(std::memory_order_relaxed));
-    return ZV_SUCCESS;
+    *out = takeBuffer(*pool, handle);
+    return *out != nullptr ? ZV_SUCCESS : ZV_FAILURE;
 }
 
 int bufferAttach(ZVbuffer handle)

@@ -89,6 +89,7 @@ void fillSlots(Pool& pool)
         BufferSlot& slot = bufferSlot(pool.first + i);
         slot.pool.store(&pool, std::memory_order_relaxed);
         slot.data.store(pool.base + i * pool.stride, std::memory_order_relaxed);
+        slot.index.store(i, std::memory_order_relaxed);
         slot.next.store(i + 1 < pool.count ? i + 1 : FreeList::none, std::memory_order_relaxed);
         pool.firstGenerations += slot.state.load(std::memory_order_relaxed) >> referenceBits;
     }
@@ -103,8 +104,9 @@ ZVbufferpool openPool(Pool& pool)
     pool.leastFree.store(pool.count, std::memory_order_relaxed);
     const FreeList before(pool.head.load(std::memory_order_relaxed));
     pool.head.store(FreeList(before.tag + 1, pool.count, 0).word());
-    pool.generation.store((pool.generation.load(std::memory_order_relaxed) + 1) & poolGenerationMask);
-    return poolHandle(pool);
+    const uint64_t generation = (pool.generation.load(std::memory_order_relaxed) + 1) & poolGenerationMask;
+    pool.generation.store(generation);
+    return poolHandle(pool.place, generation);
 }
 
 // From here on buffers only come back. True when none is out.

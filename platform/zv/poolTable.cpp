@@ -12,14 +12,11 @@
 
 namespace kiv {
 
+constinit std::atomic<BufferSlot*> bufferTable{nullptr};
+constinit std::atomic<Pool*> poolTable[maxPools] = {};
+
 namespace {
 
-constexpr unsigned maxPools = 4096;
-constexpr int poolPlaceShift = 44;
-constexpr int bufferSlotShift = 40;
-
-constinit std::atomic<BufferSlot*> slots{nullptr};  // reserved with the first pool, for ever
-constinit std::atomic<Pool*> places[maxPools] = {};  // filled from the front, for ever
 constinit std::mutex tableLock;  // guards the rest
 constinit unsigned placesUsed = 0;
 constinit Pool* unusedPools = nullptr;
@@ -34,7 +31,7 @@ size_t roundToPages(size_t bytes)
 
 bool reserveSlots()
 {
-    if (slots.load(std::memory_order_relaxed) != nullptr)
+    if (bufferTable.load(std::memory_order_relaxed) != nullptr)
         return true;
     void* table = mmap(nullptr, bufferSlots * sizeof(BufferSlot), PROT_READ | PROT_WRITE,
                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
@@ -42,7 +39,7 @@ bool reserveSlots()
         recordSystemError(ZV_ERROR_MEMORY, "no address space for the table of buffers");
         return false;
     }
-    slots.store(static_cast<BufferSlot*>(table), std::memory_order_release);
+    bufferTable.store(static_cast<BufferSlot*>(table), std::memory_order_release);
     return true;
 }
 
@@ -60,7 +57,7 @@ Pool* unusedPool()
         return nullptr;
     }
     pool->place = placesUsed;
-    places[placesUsed++].store(pool, std::memory_order_release);
+    poolTable[placesUsed++].store(pool, std::memory_order_release);
     return pool;
 }
 
@@ -121,39 +118,6 @@ void returnPool(Pool& pool)
     *link = pool.nextPool;
     reservedBytes -= pool.bytes();
     pool.nextPool = std::exchange(unusedPools, &pool);
-}
-
-// Bounded by the mask: a stale allocate may ask with an index of a pool that
-// has moved, before its CAS fails.
-BufferSlot& bufferSlot(unsigned slot) { return slots.load(std::memory_order_acquire)[slot & (bufferSlots - 1)]; }
-
-Pool* poolBehind(ZVbufferpool handle)
-{
-    const unsigned place = unsigned(reinterpret_cast<uintptr_t>(handle) >> poolPlaceShift & 0xffff);
-    if (handleKind(handle) != HandleKind::Pool || place >= maxPools)
-        return nullptr;
-    return places[place].load(std::memory_order_acquire);
-}
-
-BufferSlot* slotBehind(ZVbuffer handle)
-{
-    BufferSlot* table = slots.load(std::memory_order_acquire);
-    if (handleKind(handle) != HandleKind::Buffer || table == nullptr)
-        return nullptr;
-    return table + (reinterpret_cast<uintptr_t>(handle) >> bufferSlotShift & (bufferSlots - 1));
-}
-
-ZVbufferpool poolHandle(const Pool& pool)
-{
-    const uint64_t generation = pool.generation.load(std::memory_order_relaxed) & poolGenerationMask;
-    return reinterpret_cast<ZVbufferpool>(uint64_t(HandleKind::Pool) << 60 | uint64_t(pool.place) << poolPlaceShift
-                                          | generation);
-}
-
-ZVbuffer bufferHandle(const BufferSlot& slot, uint64_t generation)
-{
-    const uint64_t index = uint64_t(&slot - slots.load(std::memory_order_relaxed));
-    return reinterpret_cast<ZVbuffer>(uint64_t(HandleKind::Buffer) << 60 | index << bufferSlotShift | generation);
 }
 
 int badHandle(const char* what, const void* handle)

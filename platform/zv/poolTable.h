@@ -28,14 +28,18 @@ struct alignas(64) BufferSlot {
     std::atomic<int64_t> ust;
     std::atomic<int64_t> msc;
     std::atomic<int> size;  // valid bytes
-    std::atomic<uint32_t> next;  // index in the pool of the next free buffer
+    std::atomic<uint32_t> index;  // its place in the pool
+    std::atomic<uint32_t> next;  // that of the next free buffer
 };
 static_assert(sizeof(BufferSlot) == 64);
 
 constexpr unsigned bufferSlots = 1u << 20;
 constexpr int referenceBits = 24;
 constexpr uint64_t referenceMask = (1ull << referenceBits) - 1;
-constexpr uint64_t bufferGenerationMask = (1ull << 40) - 1;
+constexpr int bufferGenerationBits = 40;
+constexpr uint64_t bufferGenerationMask = (1ull << bufferGenerationBits) - 1;
+constexpr int poolGenerationBits = 44;
+constexpr uint64_t poolGenerationMask = (1ull << poolGenerationBits) - 1;
 
 // The free list of a pool in one word, so that one CAS moves a buffer and
 // counts it: tag (32) | free buffers (16) | index of the first (16). The tag
@@ -89,19 +93,51 @@ struct Pool {
 Pool* claimPool(unsigned count, int size);
 void returnPool(Pool& pool);
 
-BufferSlot& bufferSlot(unsigned slot);
+// The tables behind the handles. They are filled from the front and never taken
+// down, so that what is here once can be looked at for ever.
+constexpr unsigned maxPools = 4096;
+extern std::atomic<BufferSlot*> bufferTable;  // null before the first pool
+extern std::atomic<Pool*> poolTable[maxPools];
+
+// Bounded by the mask: a stale allocate may ask for a slot of a pool that has
+// moved, before its exchange fails.
+inline BufferSlot& bufferSlot(unsigned slot)
+{
+    return bufferTable.load(std::memory_order_acquire)[slot & (bufferSlots - 1)];
+}
 
 // What a handle points at, whether it is alive or not; null for another kind of
-// handle and for a slot never used.
-Pool* poolBehind(ZVbufferpool handle);
-BufferSlot* slotBehind(ZVbuffer handle);
+// handle and for a place never used.
+inline BufferSlot* slotBehind(ZVbuffer handle)
+{
+    BufferSlot* table = bufferTable.load(std::memory_order_acquire);
+    if (handleKind(handle) != HandleKind::Buffer || table == nullptr)
+        return nullptr;
+    return table + (reinterpret_cast<uintptr_t>(handle) >> bufferGenerationBits & (bufferSlots - 1));
+}
 
-ZVbufferpool poolHandle(const Pool& pool);
-ZVbuffer bufferHandle(const BufferSlot& slot, uint64_t generation);
+inline Pool* poolBehind(ZVbufferpool handle)
+{
+    const unsigned place = unsigned(reinterpret_cast<uintptr_t>(handle) >> poolGenerationBits & 0xffff);
+    if (handleKind(handle) != HandleKind::Pool || place >= maxPools)
+        return nullptr;
+    return poolTable[place].load(std::memory_order_acquire);
+}
 
-constexpr uint64_t poolGenerationMask = (1ull << 44) - 1;
-inline uint64_t generationOf(ZVbufferpool handle) { return reinterpret_cast<uintptr_t>(handle) & poolGenerationMask; }
 inline uint64_t generationOf(ZVbuffer handle) { return reinterpret_cast<uintptr_t>(handle) & bufferGenerationMask; }
+inline uint64_t generationOf(ZVbufferpool handle) { return reinterpret_cast<uintptr_t>(handle) & poolGenerationMask; }
+
+inline ZVbuffer bufferHandle(unsigned slot, uint64_t generation)
+{
+    return reinterpret_cast<ZVbuffer>(uint64_t(HandleKind::Buffer) << 60 | uint64_t(slot) << bufferGenerationBits
+                                      | generation);
+}
+
+inline ZVbufferpool poolHandle(unsigned place, uint64_t generation)
+{
+    return reinterpret_cast<ZVbufferpool>(uint64_t(HandleKind::Pool) << 60 | uint64_t(place) << poolGenerationBits
+                                          | generation);
+}
 
 // Brings the descriptor to the level that the free list has now. Any thread.
 void updateSignal(Pool& pool);

@@ -2,13 +2,14 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstring>
 
+#include "platform/limits.h"
 #include "tests/platform/zv/poolTools.h"
 #include "tests/support/poolFixture.h"
 
@@ -43,13 +44,6 @@ REPLACE int ftruncate(int fd, off_t size) noexcept
     return refuse("ftruncate") ? -1 : next<int(int, off_t)>("ftruncate")(fd, size);
 }
 
-REPLACE void* mmap(void* at, size_t bytes, int prot, int flags, int fd, off_t offset) noexcept
-{
-    if (fd >= 0 && refuse("mmap"))
-        return MAP_FAILED;
-    return next<void*(void*, size_t, int, int, int, off_t)>("mmap")(at, bytes, prot, flags, fd, offset);
-}
-
 REPLACE int socketpair(int domain, int type, int protocol, int* ends) noexcept
 {
     return refuse("socketpair") ? -1 : next<int(int, int, int, int*)>("socketpair")(domain, type, protocol, ends);
@@ -64,25 +58,46 @@ REPLACE int setsockopt(int fd, int level, int name, const void* value, socklen_t
 
 namespace {
 
+void expectOutOfMemory()
+{
+    char detail[ZV_ERROR_DETAIL_MAX];
+    int number = 0;
+    EXPECT_STREQ(zvGetError(&number, detail), "out of memory");
+    EXPECT_EQ(number, ZV_ERROR_MEMORY);
+    EXPECT_THAT(detail, testing::EndsWith(strerror(ENOMEM)));
+}
+
 TEST(PoolFailure, AFailingCallMakesNoPoolAndLeavesNothing)
 {
     zvBufferDestroyPool(makePool(1, 1));  // what is made once is made
     const int files = openFiles();
-    for (const char* call : {"memfd_create", "ftruncate", "mmap"}) {
+    for (const char* call : {"memfd_create", "ftruncate"}) {
         failing = call;
         ZVbufferpool pool = makePool(4, 1000);
         failing = "";
         EXPECT_EQ(pool, nullptr) << call;
-        char detail[ZV_ERROR_DETAIL_MAX];
-        int number = 0;
-        EXPECT_STREQ(zvGetError(&number, detail), "out of memory");
-        EXPECT_EQ(number, ZV_ERROR_MEMORY);
-        EXPECT_THAT(detail, testing::EndsWith(strerror(ENOMEM))) << call;
+        expectOutOfMemory();
         EXPECT_EQ(openFiles(), files) << call;
         EXPECT_EQ(poolMappings(), 0) << call;
     }
     PoolFixture pool(4, 1000);
     EXPECT_EQ(ledgerOf(pool.pool).free, 4);
+}
+
+// More than the processor can address.
+TEST(PoolFailure, WithoutAddressSpaceThereIsNoPoolAndNothingStays)
+{
+    const KivLimits before = *kivLimits();
+    kivLimits()->poolBytes = LLONG_MAX;
+    kivLimits()->poolBuffers = 65'000;
+    const int files = openFiles();
+    ZVbufferpool huge = makePool(65'000, INT_MAX);
+    EXPECT_EQ(huge, nullptr);
+    expectOutOfMemory();
+    EXPECT_EQ(openFiles(), files);
+    kivLimits()->poolBytes = 4096;
+    PoolFixture pool(1);
+    *kivLimits() = before;
 }
 
 TEST(PoolFailure, ADescriptorThatCannotBeMadeIsTriedAgain)
