@@ -10,9 +10,9 @@ public:
     PoolFixture(const PoolFixture&) = delete;
     PoolFixture& operator=(const PoolFixture&) = delete;
 
-    ZVbuffer take();                        // one buffer; the fixture drops this reference at the end
-    ZVbuffer takeOwned();                   // one buffer; the caller frees it
-    void expectKept(int buffers);           // what a class is documented to leave behind
+    ZVbuffer take();  // one buffer; the fixture drops this reference at the end
+    ZVbuffer takeOwned();  // one buffer; the caller frees it
+    void expectKept(int buffers);  // what a class is documented to leave behind
     ZVbufferpool pool = nullptr;
 
 private:

@@ -1,0 +1,12 @@
+// lifeCycleTest.cpp - the core's nodes in every order of life.
+#include "tests/support/lifeCycle.h"
+
+#include "core/kivChain.h"
+#include "core/kivLatch.h"
+
+template <> struct LifeCycleOf<kivLatch> {
+    static std::unique_ptr<kivLatch> make() { return std::make_unique<kivLatch>(); }
+    static void setup(kivLatch& latch) { EXPECT_EQ(latch.setup(), 0); }
+};
+
+INSTANTIATE_TYPED_TEST_SUITE_P(core, LifeCycle, testing::Types<kivObj, kivChain, kivLatch>);
