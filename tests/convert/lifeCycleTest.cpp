@@ -19,4 +19,5 @@ struct LifeCycleOf<Converter> {
     static void setup(Converter& node) { EXPECT_EQ(node.setup(), 0); }
 };
 
-INSTANTIATE_TYPED_TEST_SUITE_P(convert, LifeCycle, testing::Types<kivIC, kivICjdecoder, kivICjencoder>);
+using Converters = testing::Types<kivIC, kivICjdecoder, kivICjencoder>;
+INSTANTIATE_TYPED_TEST_SUITE_P(convert, LifeCycle, Converters);

@@ -90,7 +90,11 @@ TEST_F(kivObjWalks, ReportAFailureAndGoOn)
     EXPECT_THAT(capture([&] { EXPECT_EQ(parent.init(nullptr), 0); }).err, testing::MatchesRegex(report));
     EXPECT_THAT(capture([&] { EXPECT_EQ(parent.propagate(nullptr), 0); }).err, testing::MatchesRegex(report));
     EXPECT_THAT(capture([&] { EXPECT_EQ(parent.addChildConstraints(nullptr), 0); }).err, testing::MatchesRegex(report));
-    EXPECT_EQ(capture([&] { EXPECT_EQ(parent.start(1), 0), EXPECT_EQ(parent.stop(), 0); }).err, "");
+    EXPECT_EQ(capture([&] {
+                  EXPECT_EQ(parent.start(1), 0);
+                  EXPECT_EQ(parent.stop(), 0);
+              }).err,
+              "");
     EXPECT_EQ(log.size(), 15u);
     EXPECT_TRUE(parent.isInitialized());
 }

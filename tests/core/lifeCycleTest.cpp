@@ -9,4 +9,5 @@ template <> struct LifeCycleOf<kivLatch> {
     static void setup(kivLatch& latch) { EXPECT_EQ(latch.setup(), 0); }
 };
 
-INSTANTIATE_TYPED_TEST_SUITE_P(core, LifeCycle, testing::Types<kivObj, kivChain, kivLatch>);
+using CoreNodes = testing::Types<kivObj, kivChain, kivLatch>;
+INSTANTIATE_TYPED_TEST_SUITE_P(core, LifeCycle, CoreNodes);

@@ -1,8 +1,9 @@
 // lifeCycle.h - takes a node class through every order of life.
 //
-// A class joins by one line in its folder's test program:
+// A class joins by one line in its folder's test program, the list of its types:
 //
-//   INSTANTIATE_TYPED_TEST_SUITE_P(movie, LifeCycle, testing::Types<kivMovieInCompressed>);
+//   using MovieNodes = testing::Types<kivMovieInCompressed>;
+//   INSTANTIATE_TYPED_TEST_SUITE_P(movie, LifeCycle, MovieNodes);
 //
 // and, where it needs members set and its own setup called, by a LifeCycleOf of its own.
 #pragma once
