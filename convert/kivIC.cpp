@@ -1,6 +1,8 @@
 // kivIC.cpp - see kivIC.h.
 #include "convert/kivIC.h"
 
+#include <utility>
+
 kivIC::kivIC()
     : bufferSize(0), imgConvCtx(nullptr), fd(-1), speed(ZV_IC_SPEED_REALTIME),
       direction(ZV_IC_CODE_DIRECTION_UNDEFINED), srcPacking(ZV_IMAGE_PACKING_CbYCrY),
@@ -106,10 +108,14 @@ int kivIC::init(kivParams*)
     kivTrace("%s::init: pool creation params\n", getName());
     kivTraceZVParams(zvicParams);
 
-    if (zvBufferCreatePool(zvicParams, &bufferPool) != ZV_SUCCESS)
+    ZVbufferpool pool = nullptr;
+    if (zvBufferCreatePool(zvicParams, &pool) != ZV_SUCCESS)
         return fail(kivErrPool, __LINE__);
+    const ZVbufferpool oldPool = std::exchange(bufferPool, pool);
     if (zvICSetDstPool(imgConvCtx, bufferPool) != ZV_SUCCESS)
         return fail(kivErrICDrain, __LINE__);
+    if (oldPool != nullptr)  // a node below two parents is initialised twice
+        zvBufferDestroyPool(oldPool);
     zvParamsDestroy(zvicParams);
     return kivObj::init(nullptr);
 }
