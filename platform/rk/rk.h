@@ -19,7 +19,7 @@ enum { RK_MEDIUM_IMAGE = 200 };
 enum {
     RK_INTERLACING_UNKNOWN = 0,
     RK_INTERLACING_PROGRESSIVE = 1,
-    RK_INTERLACING_TOP_FIRST = 2,   /* fields, the top one earlier in time */
+    RK_INTERLACING_TOP_FIRST = 2, /* fields, the top one earlier in time */
     RK_INTERLACING_BOTTOM_FIRST = 3
 };
 
@@ -28,10 +28,10 @@ KIV_API int rkOpenFile(const char* name, int mode, RKmovie* movie);
 KIV_API int rkClose(RKmovie movie);
 KIV_API int rkFindTrackByMedium(RKmovie movie, int medium, RKtrack* track);
 
-KIV_API int rkGetTrackLength(RKtrack track);     /* frames; -1 on failure */
-KIV_API double rkGetImageRate(RKtrack track);    /* frames per second; 0.0 on failure */
-KIV_API int rkGetImageWidth(RKtrack track);      /* pixels; -1 on failure */
-KIV_API int rkGetImageHeight(RKtrack track);     /* pixels; -1 on failure */
+KIV_API int rkGetTrackLength(RKtrack track); /* frames; -1 on failure */
+KIV_API double rkGetImageRate(RKtrack track); /* frames per second; 0.0 on failure */
+KIV_API int rkGetImageWidth(RKtrack track); /* pixels; -1 on failure */
+KIV_API int rkGetImageHeight(RKtrack track); /* pixels; -1 on failure */
 KIV_API int rkGetImageInterlacing(RKtrack track);
 
 /* Bytes of frame `index` as JPEG; -1 outside [0, length). */
@@ -43,15 +43,15 @@ KIV_API int rkGetLargestCompressedImageSize(RKtrack track);
 KIV_API int rkReadCompressedImage(RKtrack track, int index, int size, void* addr);
 
 typedef struct RKtrackInfo {
-    char container[32];   /* short name of the file format */
-    char codec[32];       /* short name of the image codec */
+    char container[32]; /* short name of the file format */
+    char codec[32]; /* short name of the image codec */
     char pixelFormat[32]; /* as the codec stores it, "" if unknown */
-    int width, height;    /* pixels */
+    int width, height; /* pixels */
     int rateNumerator, rateDenominator; /* frames per second */
     int frames;
-    int jpeg;             /* 1: frames are JPEG in the file and read without work */
-    int interlacing;      /* RK_INTERLACING_... */
-    long long bytes;      /* of the file */
+    int jpeg; /* 1: frames are JPEG in the file and read without work */
+    int interlacing; /* RK_INTERLACING_... */
+    long long bytes; /* of the file */
 } RKtrackInfo;
 KIV_API int rkGetTrackInfo(RKtrack track, RKtrackInfo* info);
 

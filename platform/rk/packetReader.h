@@ -1,0 +1,32 @@
+// packetReader.h - the packets of a track from any place in it.
+#pragma once
+
+#include "platform/rk/demuxer.h"
+#include "platform/rk/packetList.h"
+
+namespace kiv::rk {
+
+// Reads on from a packet that is named by its place in the list. Not thread-safe.
+class PacketReader {
+public:
+    PacketReader(std::unique_ptr<Demuxer> demuxer, PacketList list);
+
+    // Goes to packet `at` or, where the container has no mark there, to one
+    // before it. 0 or an AVERROR.
+    int seek(int at);
+    // The next packet, and its place in the list. 0 or an AVERROR.
+    int next(AVPacket* packet, int& at);
+    int expected() const { return expected_; }  // the next one's place; -1 = seek first
+
+    const PacketList& list() const { return list_; }
+    Demuxer& demuxer() { return *demuxer_; }
+
+private:
+    int place(const AVPacket& packet) const;
+
+    std::unique_ptr<Demuxer> demuxer_;
+    PacketList list_;
+    int expected_ = -1;
+};
+
+}  // namespace kiv::rk
