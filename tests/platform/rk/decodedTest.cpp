@@ -82,7 +82,8 @@ TEST(decodedFrames, ExactInOtherCodecs)
     expectExactAccess(clip("raw.avi", moving + " -frames:v 20 -c:v rawvideo -pix_fmt yuv420p"));
     expectExactAccess(clip("raw.mov", moving + " -frames:v 20 -c:v rawvideo -pix_fmt uyvy422"));
     expectExactAccess(clip("lossless.mkv", moving + " -frames:v 20 -c:v ffv1 -pix_fmt yuv444p"));
-    expectExactAccess(clip("odd.mkv", testPattern("159x95", "25", 20) + " -c:v ffv1 -pix_fmt yuv420p"));
+    expectExactAccess(clip(
+        "odd.mkv", testPattern("160x96", "25", 20) + " -vf format=yuv444p,crop=159:95 -c:v ffv1 -pix_fmt yuv420p"));
 }
 
 TEST(decodedFrames, AreDescribedAsTheyAre)

@@ -85,7 +85,8 @@ TEST(storedFrames, AreThePacketsForEachLayoutAndOddSizes)
     for (const char* layout : {"yuvj420p", "yuvj444p"}) {
         for (const char* container : {"mov", "avi", "mp4", "mkv"}) {
             const std::string path
-                = clip("odd." + std::string(container), testPattern("63x47", "25", 12) + mjpeg + layout);
+                = clip("odd." + std::string(container),
+                       testPattern("64x48", "25", 12) + " -vf format=yuv444p,crop=63:47" + mjpeg + layout);
             expectFramesAreThePackets(path, 12);
             expectDescription(path, 63, 47, layout, 25, 1);
         }
@@ -126,10 +127,11 @@ TEST(storedFrames, AnEditListHidesWhatItHides)
 {
     const std::string whole = clip("whole.mov", testPattern("64x48", "25", 40) + mjpeg + "yuvj420p");
     const std::string cut = clip("cut.mov", "-ss 0.5 -i '" + whole + "' -c copy");
+    const std::vector<std::string> packets = copiedPackets(cut);  // with the one packet that the list hides
     OpenMovie movie(cut);
-    expectFramesAreThePackets(cut, size_t(movie.length()));
-    EXPECT_LT(movie.length(), 40);
-    EXPECT_EQ(OpenMovie(whole).frame(39), movie.frame(movie.length() - 1));
+    ASSERT_EQ(movie.length(), int(packets.size()) - 1);
+    for (int i = 0; i < movie.length(); ++i)
+        EXPECT_EQ(movie.frame(i), packets[size_t(i) + 1]) << "frame " << i;
 }
 
 TEST(storedFrames, ChunksWithoutBytesInAviAreNoFrames)
