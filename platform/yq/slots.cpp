@@ -14,7 +14,7 @@ namespace {
 
 constexpr uint32_t slotsPerStep = 1024;  // the file grows by 64 KiB
 
-void raiseTo(std::atomic<uint32_t>& value, uint32_t least)
+void raise(std::atomic<uint32_t>& value, uint32_t least)
 {
     uint32_t now = value.load();
     while (now < least && !value.compare_exchange_weak(now, least)) { }
@@ -28,11 +28,10 @@ bool allocate(const UniqueFd& file, size_t from, size_t bytes)
     do {
         rc = posix_fallocate(file.get(), off_t(from), off_t(bytes));
     } while (rc == EINTR);
-    if (rc == 0)
-        return true;
     errno = rc;
-    recordSystemError(ZV_ERROR_MEMORY, "the arena file cannot grow to %zu bytes", from + bytes);
-    return false;
+    if (rc != 0)
+        recordSystemError(ZV_ERROR_MEMORY, "the arena file cannot grow to %zu bytes", from + bytes);
+    return rc == 0;
 }
 
 bool Arena::grow(uint32_t slot)
@@ -41,7 +40,7 @@ bool Arena::grow(uint32_t slot)
     const uint32_t to = std::min(capacity, (slot / slotsPerStep + 1) * slotsPerStep);
     if (!allocate(file, headerBytes + from * sizeof(Slot), (to - from) * sizeof(Slot)))
         return false;
-    raiseTo(backed, to);
+    raise(backed, to);
     return true;
 }
 
@@ -52,7 +51,7 @@ bool Arena::reachesNow(uint32_t slot)
     if (slot >= capacity || fstat(file.get(), &now) != 0 || now.st_size < off_t(headerBytes))
         return false;
     const auto within = uint64_t(now.st_size - off_t(headerBytes)) / sizeof(Slot);
-    raiseTo(backed, uint32_t(std::min<uint64_t>(within, capacity)));
+    raise(backed, uint32_t(std::min<uint64_t>(within, capacity)));
     return slot < within;
 }
 

@@ -40,20 +40,20 @@ int Converter::setSettings(const ZVparams* p)
 {
     if (!paramsAlive(p))
         return -1;
-    const auto has = [p](const char* key) { return paramsGetType(p, key) != ZV_TYPE_NONE; };
+    const auto has = [p](const char* key, int type) { return paramsGetType(p, key) == type; };
     std::lock_guard lock(mutex_);
     ConvertSettings settings = settings_;
     int queueMax = queueMax_;
     int workers = workersAsked_;
-    if (has(ZV_IMAGE_QUALITY_SPATIAL))
+    if (has(ZV_IMAGE_QUALITY_SPATIAL, ZV_TYPE_FLOAT))
         settings.quality = paramsGetFloat(p, ZV_IMAGE_QUALITY_SPATIAL);
-    if (has(ZV_IC_SPEED))
+    if (has(ZV_IC_SPEED, ZV_TYPE_ENUM))
         settings.speed = paramsGetEnum(p, ZV_IC_SPEED);
-    if (has(ZV_IC_FULL_RANGE))
+    if (has(ZV_IC_FULL_RANGE, ZV_TYPE_INT))
         settings.fullRange = paramsGetInt(p, ZV_IC_FULL_RANGE) != 0;
-    if (has(ZV_IC_QUEUE_MAX))
+    if (has(ZV_IC_QUEUE_MAX, ZV_TYPE_INT))
         queueMax = paramsGetInt(p, ZV_IC_QUEUE_MAX);
-    if (has(ZV_IC_WORKERS))
+    if (has(ZV_IC_WORKERS, ZV_TYPE_INT))
         workers = paramsGetInt(p, ZV_IC_WORKERS);
     if (!(settings.quality >= 0 && settings.quality <= 1))
         return recordError(ZV_ERROR_ARGUMENT, "%s %g is not within 0 and 1", ZV_IMAGE_QUALITY_SPATIAL,
@@ -107,7 +107,7 @@ int Converter::setPool(ZVbufferpool pool)
 
 int Converter::send(ZVbuffer in)
 {
-    std::lock_guard lock(mutex_);
+    std::unique_lock lock(mutex_);
     if (stopping_)
         return recordError(ZV_ERROR_STATE, "the converter is closed");
     if (workers_.empty() && startWorkers() != 0)
@@ -120,6 +120,7 @@ int Converter::send(ZVbuffer in)
         dropOldest();
     waiting_.pushBack(in);
     ++stats_.sent;
+    lock.unlock();
     work_.notify_one();
     return 0;
 }

@@ -23,7 +23,9 @@ bool encoderMatches(const ImageFormat& src, const ImageFormat& dst)
 }
 
 // Colour pictures become 4:2:2, LUMINANCE becomes grey. CbYCrY goes in as it is,
-// row group by row group, through planes that stay in cache.
+// row group by row group, through planes that stay in cache. Rows of blocks depend
+// on one another only through the entropy coder: with restart markers between them,
+// bands of one picture could be coded by several engines.
 class JpegEncoder final : public ConvertEngine {
 public:
     explicit JpegEncoder(const ImageFormat& src) : src_(src), frameBytes_(size_t(imageBytesMax(src)))
@@ -108,6 +110,7 @@ void JpegEncoder::configure()
     }
     jpeg_set_defaults(&cinfo_);
     cinfo_.raw_data_in = boolean(raw_);
+    cinfo_.dct_method = JDCT_ISLOW;
     if (cinfo_.num_components == 3) {
         cinfo_.comp_info[0].h_samp_factor = 2;
         cinfo_.comp_info[0].v_samp_factor = 1;
@@ -144,7 +147,6 @@ int JpegEncoder::encode(const ConvertJob& job)
 
 void JpegEncoder::applySettings(const ConvertSettings& settings)
 {
-    cinfo_.dct_method = JDCT_ISLOW;
     const int quality = int(std::lround(settings.quality * 100));
     if (quality == quality_)
         return;

@@ -97,7 +97,9 @@ bool Converter::begin(Task* task)
     task->settings = settings_;
     results_.pushBack();
     ++running_;
-    if (!waiting_.empty())
+    const bool more = !waiting_.empty();
+    lock.unlock();
+    if (more)
         work_.notify_one();
     return true;
 }
@@ -141,12 +143,13 @@ int Converter::convert(ConvertEngine& engine, const Task& task)
         return -1;
     ConvertJob job;
     job.in = static_cast<const uint8_t*>(bufferMap(task.in));
-    job.inSize = size_t(bufferSize(task.in));
+    const int inSize = bufferSize(task.in);
+    job.inSize = size_t(inSize);
     job.out = static_cast<uint8_t*>(bufferMap(task.out));
     job.outCapacity = size_t(bufferCapacity(task.out));
     job.settings = task.settings;
     job.stop = &stopping_;
-    if (job.in == nullptr || job.out == nullptr)
+    if (job.in == nullptr || job.out == nullptr || inSize < 0)
         return -1;
     const int bytes = engine.convert(job);
     if (bytes < 0 || bufferSetSize(task.out, bytes) != 0)

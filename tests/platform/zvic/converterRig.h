@@ -42,7 +42,7 @@ public:
     ConverterRig(int width, int height, RigFormat src, RigFormat dst);
     ~ConverterRig();
 
-    int set(const char* key, int value);
+    int set(const char* key, int value);  // an enum for the speed, else an int
     int setQuality(double quality);
     int send(const Bytes& image, long long msc = 0);  // -1 also when the source pool is empty
     void awaitResult();  // fails the test after 30 s without one

@@ -117,6 +117,7 @@ TEST(zvicSetup, DeadHandlesFailEveryCall)
 {
     List list;
     PoolFixture pool(1);
+    ZVbuffer buffer = pool.take();
     ZVbuffer out = nullptr;
     ZVicStats stats = {};
     ZVimageconverter dead = nullptr;
@@ -132,11 +133,10 @@ TEST(zvicSetup, DeadHandlesFailEveryCall)
         EXPECT_EQ(zvICGetSrcPoolParams(ic, list), -1);
         EXPECT_EQ(zvICSetDstPool(ic, pool.pool), -1);
         EXPECT_EQ(zvICGetDstQueueFD(ic), -1);
-        EXPECT_EQ(zvICSend(ic, pool.take(), 0, nullptr), -1);
+        EXPECT_EQ(zvICSend(ic, buffer, 0, nullptr), -1);
         EXPECT_EQ(zvICReceive(ic, &out), -1);
         EXPECT_EQ(zvICGetSrcQueueFilled(ic), -1);
         EXPECT_EQ(zvICGetStats(ic, &stats), -1);
-        break;
     }
     ZVimageconverter ic = nullptr;
     ASSERT_EQ(zvICCreate(0, &ic), 0);
