@@ -142,21 +142,17 @@ TEST_F(kivICTest, NamesEachFailureOfSetup)
           Failure{"zvParamsSetEnum", 0, 2016}, Failure{"zvParamsSetEnum", 1, 2016}, Failure{"zvParamsSetEnum", 2, 2016},
           Failure{"zvICChooseConverter", 0, 2009}, Failure{"zvICCreate", 0, 2008}, Failure{"zvICSetSrcParams", 0, 2001},
           Failure{"zvICSetDstParams", 0, 2002}, Failure{"zvICSetConvParams", 0, 2003}}) {
-        Replacements::fail(f.function, f.skip);
-        kivICjdecoder* node = nullptr;  // a fresh one each time: setup runs once in a life
-        kivICjdecoder nodes[3] = {{width, height}, {width, height}, {width, height}};
-        const int reached = f.id <= 2003;
-        for (int i = 0; i < 3; ++i) {
-            node = &nodes[i];
-            node->setName("conv");
-            node->setPrintReturnErr(i);
+        const bool opened = f.id >= 2001 && f.id <= 2003;
+        for (const int flag : {0, 1}) {
+            kivICjdecoder node(width, height);  // a fresh one each time: setup runs once in a life
+            node.setName("conv");
+            node.setPrintReturnErr(flag);
             Replacements::fail(f.function, f.skip);
-            const Printed printed = capture([&] { EXPECT_EQ(node->setup(), f.id) << f.function << " " << f.skip; });
-            EXPECT_THAT(printed.err, MatchesRegex(i == 1 ? block(f.id) : "")) << f.function;
-            EXPECT_EQ(node->imgConvCtx != nullptr, reached == 1 && f.id >= 2001) << "an opened converter stays";
+            const Printed printed = capture([&] { EXPECT_EQ(node.setup(), f.id) << f.function << " " << f.skip; });
+            EXPECT_THAT(printed.err, MatchesRegex(flag == 1 ? block(f.id) : "")) << f.function;
+            EXPECT_EQ(node.imgConvCtx != nullptr, opened) << f.function;
             EXPECT_THAT(Replacements::instance().calls, testing::Not(testing::Contains("zvParamsDestroy")));
         }
-        Replacements::reset();
     }
 }
 
