@@ -14,7 +14,7 @@ typedef struct KivLimits {
     int imageWidth;          /* widest picture, pixels: 16384 */
     int imageHeight;         /* tallest picture, pixels: 16384 */
     long long poolBytes;     /* address space reserved by all pools together: 4 GiB */
-    int poolBuffers;         /* buffers in one pool: 4096 */
+    int poolBuffers;         /* buffers in one pool: 4096; never more than 65520 */
     int paramsElements;      /* elements in one parameter list: 4096 */
     long long arenaBytes;    /* address space of one semaphore arena: 64 MiB */
     int movieFrames;         /* frames in a movie's index: 16 Mi */

@@ -23,6 +23,11 @@ BufferSlot* liveSlot(ZVbuffer handle)
     return nullptr;
 }
 
+int capacityOf(const BufferSlot& slot)
+{
+    return slot.pool.load(std::memory_order_relaxed)->size.load(std::memory_order_relaxed);
+}
+
 void noteTaken(Pool& pool, unsigned freeNow)
 {
     unsigned least = pool.leastFree.load(std::memory_order_relaxed);
@@ -158,17 +163,17 @@ int bufferSize(ZVbuffer handle)
 int bufferCapacity(ZVbuffer handle)
 {
     BufferSlot* slot = liveSlot(handle);
-    return slot != nullptr ? slot->pool.load(std::memory_order_relaxed)->size.load(std::memory_order_relaxed) : -1;
+    return slot != nullptr ? capacityOf(*slot) : -1;
 }
 
 int bufferSetSize(ZVbuffer handle, int size)
 {
-    const int capacity = bufferCapacity(handle);
-    if (capacity < 0)
+    BufferSlot* slot = liveSlot(handle);
+    if (slot == nullptr)
         return ZV_FAILURE;
-    if (size < 0 || size > capacity)
-        return recordError(ZV_ERROR_ARGUMENT, "a size of %d in a buffer of %d bytes", size, capacity);
-    slotBehind(handle)->size.store(size, std::memory_order_relaxed);
+    if (size < 0 || size > capacityOf(*slot))
+        return recordError(ZV_ERROR_ARGUMENT, "a size of %d in a buffer of %d bytes", size, capacityOf(*slot));
+    slot->size.store(size, std::memory_order_relaxed);
     return ZV_SUCCESS;
 }
 
@@ -208,9 +213,18 @@ int bufferMemory(ZVbuffer handle, int* fd, long long* offset, int* capacity)
 
 using namespace kiv;
 
+// Any thread. Never blocks; the caller owns the one reference. Three locked
+// instructions with the free that follows, and no system call but at an edge.
 extern "C" int zvBufferAllocate(ZVbufferpool pool, ZVbuffer* out) { return bufferAllocate(pool, out); }
+
+// Any thread, by somebody who holds a reference or has looked the handle up: a
+// buffer that went back meanwhile is refused.
 extern "C" int zvBufferAttach(ZVbuffer buffer) { return bufferAttach(buffer); }
+
+// Any thread. The last reference of a retired pool's last buffer unmaps the pool.
 extern "C" int zvBufferFree(ZVbuffer buffer) { return bufferFree(buffer); }
+
+// The calls below are for holders of a reference; they take none and never block.
 extern "C" void* zvBufferMapData(ZVbuffer buffer) { return bufferMap(buffer); }
 extern "C" int zvBufferGetSize(ZVbuffer buffer) { return bufferSize(buffer); }
 extern "C" int zvBufferSetSize(ZVbuffer buffer, int size) { return bufferSetSize(buffer, size); }

@@ -104,7 +104,7 @@ enum {
  * again replaces value and type in place. Keys, strings, arrays and nested
  * lists are copied in. Pointers that a getter returns belong to the list and
  * stand until that element is set again or the list destroyed. A missing key,
- * or one of another type, reads 0, 0.0 or null. */
+ * or one of another type, reads 0, 0.0 or null. Lists nest 16 deep at most. */
 KIV_API int zvParamsCreate(ZVparams** p);
 KIV_API int zvParamsDestroy(ZVparams* p);
 
@@ -130,7 +130,7 @@ KIV_API double zvParamsGetFloat(const ZVparams* p, const char* key);
 KIV_API const char* zvParamsGetString(const ZVparams* p, const char* key);
 KIV_API long long zvParamsGetLongLong(const ZVparams* p, const char* key);
 KIV_API ZVfract zvParamsGetFract(const ZVparams* p, const char* key);
-/* The nested list: its handle belongs to the outer list, nobody else destroys it. */
+/* The nested list: its handle belongs to the outer list, zvParamsDestroy refuses it. */
 KIV_API ZVparams* zvParamsGetParams(const ZVparams* p, const char* key);
 /* Arrays: *n (if n is given) gets the number of elements, 0 with a null result. */
 KIV_API const int* zvParamsGetIntArray(const ZVparams* p, const char* key, int* n);
@@ -149,7 +149,8 @@ KIV_API int zvParamsGetElemType(const ZVparams* p, int index); /* ZV_TYPE_NONE o
 KIV_API int zvParamsGetType(const ZVparams* p, const char* key); /* ZV_TYPE_NONE if missing */
 
 /* Calls fn for each element in order until it returns non-zero or sets *pstop.
- * fn may read the list. Returns 0, or fn's non-zero result. */
+ * fn may read and set the list. Returns 0, fn's non-zero result, or ZV_FAILURE
+ * for no list. */
 typedef int (*ZVparamsScanFn)(const ZVparams* p, const char* key, void* arg, int* pstop);
 KIV_API int zvParamsScan(const ZVparams* p, ZVparamsScanFn fn, void* arg);
 
@@ -167,7 +168,8 @@ KIV_API int zvImageFrameSize(const ZVparams* p);
 KIV_API int zvBufferSetPoolDefaults(ZVparams* p, int count, int size, int cacheable, int mapped);
 /* Adds what GL pixel transfer of `image` needs: size at least one frame, count at least 1. */
 KIV_API int zvBufferGetGLPoolParams(const ZVparams* image, ZVparams* pool);
-/* Count must be at least 1, size at least 0. */
+/* Count must be at least 1, size at least 0. 4096 pools and 1 Mi buffers at once
+ * are what the process has handles for. */
 KIV_API int zvBufferCreatePool(const ZVparams* p, ZVbufferpool* pool);
 /* Retires the handle at once and closes its descriptor; the memory lives until
  * the last buffer is freed. */
