@@ -3,6 +3,7 @@
 // A thread is joined by the first who waits for it, so nothing of it is left when
 // threadWait returns. One that nobody waits for is joined by the next one that
 // ends, and the last of those at exit: at most one ended thread lies about.
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <list>
@@ -89,7 +90,7 @@ void joinClaimed(Table& all, ThreadRecord& record)
 ThreadRecord* claimLeftOver(Table& all)
 {
     ThreadRecord* const record = std::exchange(all.leftOver, nullptr);
-    if (record == nullptr || record->joining || record->process != getpid())
+    if (record == nullptr || record->process != getpid())
         return nullptr;
     record->joining = true;
     return record;
@@ -187,10 +188,11 @@ int launch(Table& all, ThreadRecord& record, void (*entry)(void*), void* arg)
     record.stopFd = selectableFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     if (!record.stopFd)
         return recordSystemError(ZV_ERROR_SYSTEM, "no wake descriptor for a thread");
-    errno = createThread(record);
-    if (errno != 0)
-        return recordSystemError(ZV_ERROR_SYSTEM, "a thread cannot be started");
-    return ++all.lastId;
+    const int rc = createThread(record);
+    if (rc == 0)
+        return ++all.lastId;
+    errno = rc;
+    return recordSystemError(ZV_ERROR_SYSTEM, "a thread cannot be started");
 }
 
 }  // namespace
@@ -249,6 +251,8 @@ int joinThread(int id, int* status)
         while (record->id == id && record->state != ThreadRecord::State::Joined) {
             if (record->state == ThreadRecord::State::Ended && !record->joining) {
                 record->joining = true;
+                if (all.leftOver == record)
+                    all.leftOver = nullptr;
                 lock.unlock();
                 joinClaimed(all, *record);
                 lock.lock();

@@ -32,8 +32,8 @@ struct Sleeper {
 // A giver raises the value and then looks for sleepers; a taker counts itself
 // among them and then looks at the value: one of the two sees the other. The
 // wakes are read before the value, so a wake between looking and sleeping is not
-// slept through. One whom a giver woke always tries to take before it heeds a
-// stop, so no wake is lost on it.
+// slept through. The value is looked at before a stop: what was granted in the
+// same moment counts.
 int takeOrWait(Slot& slot, Tag tag)
 {
     StoppableSleep sleep(slot.wakes);

@@ -14,7 +14,7 @@ namespace {
 
 constexpr uint32_t slotsPerStep = 1024;  // the file grows by 64 KiB
 
-void raise(std::atomic<uint32_t>& value, uint32_t least)
+void raiseTo(std::atomic<uint32_t>& value, uint32_t least)
 {
     uint32_t now = value.load();
     while (now < least && !value.compare_exchange_weak(now, least)) { }
@@ -28,10 +28,11 @@ bool allocate(const UniqueFd& file, size_t from, size_t bytes)
     do {
         rc = posix_fallocate(file.get(), off_t(from), off_t(bytes));
     } while (rc == EINTR);
+    if (rc == 0)
+        return true;
     errno = rc;
-    if (rc != 0)
-        recordSystemError(ZV_ERROR_MEMORY, "the arena file cannot grow to %zu bytes", from + bytes);
-    return rc == 0;
+    recordSystemError(ZV_ERROR_MEMORY, "the arena file cannot grow to %zu bytes", from + bytes);
+    return false;
 }
 
 bool Arena::grow(uint32_t slot)
@@ -40,7 +41,7 @@ bool Arena::grow(uint32_t slot)
     const uint32_t to = std::min(capacity, (slot / slotsPerStep + 1) * slotsPerStep);
     if (!allocate(file, headerBytes + from * sizeof(Slot), (to - from) * sizeof(Slot)))
         return false;
-    raise(backed, to);
+    raiseTo(backed, to);
     return true;
 }
 
@@ -51,7 +52,7 @@ bool Arena::reachesNow(uint32_t slot)
     if (slot >= capacity || fstat(file.get(), &now) != 0 || now.st_size < off_t(headerBytes))
         return false;
     const auto within = uint64_t(now.st_size - off_t(headerBytes)) / sizeof(Slot);
-    raise(backed, uint32_t(std::min<uint64_t>(within, capacity)));
+    raiseTo(backed, uint32_t(std::min<uint64_t>(within, capacity)));
     return slot < within;
 }
 

@@ -16,7 +16,7 @@ SemaphoreRef refOf(const yqsema_t* handle)
         Arena* const arena = arenas[word >> (tagBits + slotBits) & (maxArenas - 1)].load(std::memory_order_acquire);
         const auto index = uint32_t(word >> tagBits) & (maxSlots - 1);
         if (arena != nullptr && arena->reaches(index))
-            return {arena, index, Tag(word & (liveTag - 1) & ((1u << tagBits) - 1)) | liveTag};
+            return {arena, index, Tag(word & ((1u << tagBits) - 1)) | liveTag};
     }
     recordError(ZV_ERROR_HANDLE, "null or foreign semaphore %p", static_cast<const void*>(handle));
     return {};

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "platform/limits.h"
+#include "platform/yq/arena.h"
 
 namespace {
 
@@ -143,6 +144,46 @@ TEST(Arena, SurvivesDamageBehindItsHeader)
         fill(file.path, bad);
         ASSERT_EQ(endOfChild(startChild([&] { return makeAndUse(file.name()); })), 0) << "round " << round;
     }
+}
+
+TEST(Arena, LeavesAFreeListThatRunsInACircle)
+{
+    std::string bytes = arenaBytes();
+    auto* const header = reinterpret_cast<kiv::ArenaHeader*>(bytes.data());
+    auto* const slots = reinterpret_cast<kiv::Slot*>(bytes.data() + kiv::headerBytes);
+    header->freeList = 3;  // slots 2 and 1, which are in use
+    slots[2].nextFree = 2;
+    slots[1].nextFree = 3;
+    TemporaryFile file;
+    fill(file.path, bytes);
+    const int child = startChild([&] {
+        alarm(20);
+        const yqptr_t arena = yqinit(file.name());
+        return yqtestsema(yqnewsema(arena, 77)) == 77 ? 0 : 1;
+    });
+    EXPECT_EQ(endOfChild(child), 0);
+}
+
+TEST(Arena, IsSeenOnlySoFarAsTheProcessHasRoomForIt)
+{
+    TemporaryFile file;
+    int word[2];
+    ASSERT_EQ(pipe(word), 0);
+    const int child = startChild([&] {
+        yqsema_t* semas[2] = {};
+        kivLimits()->arenaBytes = 4096 + 64 * 1000;
+        if (read(word[0], semas, sizeof semas) != sizeof semas || yqinit(file.name()) == nullptr)
+            return 1;
+        return yqtestsema(semas[0]) == 5 && yqtestsema(semas[1]) == -1 ? 0 : 2;
+    });
+    const yqptr_t arena = yqinit(file.name());
+    yqsema_t* semas[2] = {yqnewsema(arena, 5), nullptr};
+    for (int i = 0; i < 5000; ++i)
+        semas[1] = yqnewsema(arena, 0);
+    ASSERT_EQ(write(word[1], semas, sizeof semas), ssize_t(sizeof semas));
+    EXPECT_EQ(endOfChild(child), 0);
+    close(word[0]);
+    close(word[1]);
 }
 
 TEST(Arena, HoldsAsManySemaphoresAsItsBytes)

@@ -109,7 +109,7 @@ TEST(Polled, HandsEachFrameOverOnceAndLosesNoWakeUp)
     const int fd = yqopenpollsema(slot.canRead, 0777);
     ASSERT_EQ(yqpsema(slot.canRead), 0);
     constexpr int frames = 50000;
-    std::thread reader([&] {
+    std::jthread reader([&] {
         for (int i = 1; i <= frames; ++i)
             slot.publish(i);
     });
@@ -134,7 +134,7 @@ TEST(Polled, KeepsItsCountUnderThreads)
     ArenaFixture f;
     yqsema_t* const sema = yqnewpollsema(f.arena, 0);
     const int fd = yqopenpollsema(sema, 0777);
-    std::thread giver([&] {
+    std::jthread giver([&] {
         for (int i = 0; i < 30000; ++i)
             EXPECT_EQ(yqvsema(sema), 0);
     });

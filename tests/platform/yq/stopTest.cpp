@@ -2,11 +2,21 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdarg>
+#include <dlfcn.h>
+#include <functional>
+
+#include <linux/futex.h>
+#include <sys/syscall.h>
 
 #include "platform/thread/thread.h"
+#include "platform/zv/zv.h"
 #include "tests/platform/yq/arenaFixture.h"
 
 namespace {
+
+// Runs once, in the thread that is about to sleep, when it has looked for the last time.
+std::function<void()> beforeSleep;
 
 struct Taker {
     yqsema_t* sema;
@@ -33,7 +43,65 @@ void lose(int time)
     for (std::atomic<int> i{0}; i < time; ++i) { }
 }
 
+// What P says when `event` comes in its last moment awake, and the error it records.
+int takeWhile(yqsema_t* sema, std::function<void()> event, int* error = nullptr)
+{
+    struct Job {
+        yqsema_t* sema;
+        int result, error;
+    } job{sema, 99, 0};
+    beforeSleep = std::move(event);
+    const auto entry = [](void* arg) {
+        Job* const each = static_cast<Job*>(arg);
+        each->result = yqpsema(each->sema);
+        zvGetError(&each->error, nullptr);
+    };
+    EXPECT_EQ(threadWait(threadStart(entry, &job), nullptr), 0);
+    EXPECT_FALSE(beforeSleep) << "nobody was about to sleep";
+    if (error != nullptr)
+        *error = job.error;
+    return job.result;
+}
+
 }  // namespace
+
+// The layer sleeps in this call, which is the C library's.
+extern "C" __attribute__((visibility("default"))) long syscall(long number, ...) noexcept
+{
+    static const auto real = reinterpret_cast<long (*)(long, ...)>(dlsym(RTLD_NEXT, "syscall"));
+    va_list list;
+    va_start(list, number);
+    long args[6];
+    for (long& arg : args)
+        arg = va_arg(list, long);
+    va_end(list);
+    if (number == SYS_futex && args[1] == FUTEX_WAIT && threadSelf() != 0 && beforeSleep)
+        std::exchange(beforeSleep, nullptr)();
+    return real(number, args[0], args[1], args[2], args[3], args[4], args[5]);
+}
+
+TEST(Stop, AndGiveAndFreeAreSeenInTheLastMomentBeforeSleep)
+{
+    ArenaFixture f;
+    yqsema_t* const sema = yqnewsema(f.arena, 0);
+    int error = 0;
+    EXPECT_EQ(takeWhile(
+                  sema, [] { threadKill(threadSelf(), 15); }, &error),
+              -1);
+    EXPECT_EQ(error, ZV_ERROR_STOPPED);
+    EXPECT_EQ(takeWhile(sema, [&] { yqvsema(sema); }), 0);
+    EXPECT_EQ(takeWhile(sema,
+                        [&] {
+                            threadKill(threadSelf(), 15);
+                            yqvsema(sema);
+                        }),
+              0);
+    EXPECT_EQ(yqtestsema(sema), 0);
+    EXPECT_EQ(takeWhile(
+                  sema, [&] { yqfreesema(sema, f.arena); }, &error),
+              -1);
+    EXPECT_EQ(error, ZV_ERROR_HANDLE);
+}
 
 TEST(Stop, EndsATakeInEveryWindowAndTheValueIsConserved)
 {
