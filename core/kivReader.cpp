@@ -133,7 +133,7 @@ bool kivReader::handling() const { return handler_.load() == std::this_thread::g
 bool kivReader::allocate(ZVbufferpool pool, int poolFD, const char* className)
 {
     // Asking the pool first saves a system call for every frame.
-    if (zvBufferGetPoolFree(pool) <= 0 && threadPollWrite(poolFD, 0) == THREAD_POLL_STOP)
+    if (zvBufferGetPoolFree(pool) <= 0 && poolFD >= 0 && threadPollWrite(poolFD, 0) == THREAD_POLL_STOP)
         return false;
     if (zvBufferAllocate(pool, &node_.readBuffer) == ZV_SUCCESS)
         return true;

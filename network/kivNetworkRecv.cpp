@@ -134,7 +134,7 @@ int kivNetworkRecv::stop()
 {
     const bool inReceive = reader_.handling();
     const bool locked = !inReceive && yqpsema(currentLock) == 0;
-    if (!inReceive && yqtestsema(canRead) == 0)
+    if (locked && yqtestsema(canRead) == 0)
         reader_.takeBack();
     endReader();
     if (!inReceive)

@@ -22,7 +22,7 @@ bool kivNetworkRecv::waitForMessage()
 {
     wispData* const from = kivShared(dataObj).load();
     int fd = -1;
-    if (from == nullptr || from->getFD(&fd) != 0)
+    if (from == nullptr || from->getFD(&fd) != 0 || fd < 0)
         return true;
     return threadPoll(fd, 0) != THREAD_POLL_STOP;
 }
