@@ -1,4 +1,119 @@
-int main()
+// main.cpp - the command line of kiv.
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+
+#include "apps/kiv/graphText.h"
+#include "apps/kiv/probe.h"
+#include "apps/kiv/run.h"
+#include "apps/kiv/runner.h"
+#include "apps/kiv/text.h"
+
+namespace {
+
+constexpr char graphHelp[] =
+    R"(A graph is a line of nodes with '!' between them, one word to the shell:
+
+  kiv run 'movie clip.mov ! jpegdec ! null'
+
+)";
+
+constexpr char examples[] = R"(
+Examples:
+  kiv probe clip.mov
+  kiv run 'movie clip.mov every ! file frames.mjpeg'
+  kiv run 'movie clip.mov every ! jpegdec ! file picture-%03d.png' --frames 3
+  kiv run 'recv tcp://:5000 size=1280x720 once ! jpegdec ! file out.y4m'
+  kiv run 'movie clip.mov ! send tcp://localhost:5000'
+  kiv run 'movie clip.mov loop ! jpegdec ! jpegenc quality=50 ! send tcp://localhost:5000' --seconds 1m30s
+
+kiv ends with 0 when all went well, 1 when something failed while the graph ran
+(one line says what), 2 when the command line or the graph cannot be meant.
+SIGINT and SIGTERM end a run in order, with its summary; a second one at once.
+)";
+
+// Words given one by one become one text again; those with blanks are quoted.
+std::string joined(const std::vector<std::string>& words)
 {
-    return 0;
+    if (words.size() == 1)
+        return words.front();
+    std::string all;
+    for (const std::string& word : words) {
+        const bool blank = word.find_first_of(" \t") != std::string::npos;
+        all += (all.empty() ? "" : " ") + (blank ? "\"" + word + "\"" : word);
+    }
+    return all;
+}
+
+struct CommandLine {
+    std::vector<std::string> graph;
+    std::string seconds, file;
+    RunOptions run;
+    bool probeJson = false;
+};
+
+CLI::App* addRun(CLI::App& app, CommandLine* line)
+{
+    CLI::App* run = app.add_subcommand("run", "run a graph");
+    run->add_option("GRAPH", line->graph, "the graph; 'kiv help' describes it")->required();
+    run->add_option("--frames", line->run.frames, "end when that many frames have reached the sink")
+        ->check(CLI::PositiveNumber);
+    run->add_option("--seconds", line->seconds, "end after that time: 10, 2.5, 90s, 1m30s")
+        ->check([](const std::string& word) {
+            double seconds;
+            return parseSeconds(word, &seconds) ? "" : "'" + word + "' is no length of time; write 10 or 1m30s";
+        });
+    run->add_flag("--status", line->run.status, "a status line each second also without a terminal");
+    run->add_flag("--json", line->run.json, "the summary as one JSON object");
+    run->add_flag("--trace", line->run.trace, "show the nodes' own lines");
+    return run;
+}
+
+int startRun(CommandLine& line)
+{
+    line.run.graph = joined(line.graph);
+    line.run.status |= isatty(STDERR_FILENO) != 0;
+    if (!line.seconds.empty())
+        parseSeconds(line.seconds, &line.run.seconds);
+    return runGraph(line.run);
+}
+
+int help(const CLI::App& app)
+{
+    const std::string usage = app.get_formatter()->make_help(&app, "kiv", CLI::AppFormatMode::All);
+    fputs((usage + "\n" + graphHelp + grammarHelp() + examples).c_str(), stdout);
+    return exitGood;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    CLI::App app("Runs graphs of media nodes.", "kiv");
+    CommandLine line;
+    app.set_version_flag("--version", std::string("kiv " KIV_VERSION));
+    app.require_subcommand(0, 1);
+    CLI::App* run = addRun(app, &line);
+    CLI::App* probe = app.add_subcommand("probe", "describe a movie file");
+    probe->add_option("FILE", line.file, "the movie")->required();
+    probe->add_flag("--json", line.probeJson, "as one JSON object");
+    CLI::App* helping = app.add_subcommand("help", "all nodes, their members, examples");
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() == int(CLI::ExitCodes::Success))
+            return app.exit(error);
+        say("%s; 'kiv help' shows what there is", error.what());
+        return exitUsage;
+    }
+    if (*helping)
+        return help(app);
+    if (*probe)
+        return probeMovie(line.file, line.probeJson);
+    if (*run)
+        return startRun(line);
+    say("run, probe or help? 'kiv help' shows what there is");
+    return exitUsage;
 }

@@ -1,0 +1,74 @@
+// filterParts.h - decoder, encoder and converter of a graph.
+#pragma once
+
+#include "apps/kiv/graphPart.h"
+#include "convert/kivICjdecoder.h"
+#include "convert/kivICjencoder.h"
+
+// A converter node that keeps what was said of a frame that it could not convert.
+template <class Base> class WatchedIC : public Base {
+public:
+    int handleEvents(fd_set readySet) override;
+    std::string wrong;  // of the last failed frame
+};
+
+class ConverterPart : public GraphPart {
+public:
+    using GraphPart::GraphPart;
+    bool idle() override;
+    void afterPass(RunContext& run) override;
+    Counters counters() override;
+    long long dropped() override;
+
+protected:
+    virtual kivIC& converter() = 0;
+    virtual const std::string& wrong() = 0;
+    // Opens the converter for these two formats. Throws GraphError.
+    PictureFormat setUp(const PictureFormat& in, PictureFormat out);
+
+private:
+    ZVicStats stats();
+    bool failureSaid_ = false;
+};
+
+class DecoderPart : public ConverterPart {
+public:
+    using ConverterPart::ConverterPart;
+    kivObj& node() override { return decoder_; }
+    PictureFormat configure(const PictureFormat& in, const NodeText* next) override;
+
+protected:
+    kivIC& converter() override { return decoder_; }
+    const std::string& wrong() override { return decoder_.wrong; }
+
+private:
+    WatchedIC<kivICjdecoder> decoder_;
+};
+
+class EncoderPart : public ConverterPart {
+public:
+    using ConverterPart::ConverterPart;
+    kivObj& node() override { return encoder_; }
+    PictureFormat configure(const PictureFormat& in, const NodeText* next) override;
+
+protected:
+    kivIC& converter() override { return encoder_; }
+    const std::string& wrong() override { return encoder_.wrong; }
+
+private:
+    WatchedIC<kivICjencoder> encoder_;
+};
+
+class ConvertPart : public ConverterPart {
+public:
+    using ConverterPart::ConverterPart;
+    kivObj& node() override { return converter_; }
+    PictureFormat configure(const PictureFormat& in, const NodeText* next) override;
+
+protected:
+    kivIC& converter() override { return converter_; }
+    const std::string& wrong() override { return converter_.wrong; }
+
+private:
+    WatchedIC<kivIC> converter_;
+};

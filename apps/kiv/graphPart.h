@@ -1,0 +1,57 @@
+// graphPart.h - one node of a graph with what the program knows about it.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "apps/kiv/graphText.h"
+#include "apps/kiv/picture.h"
+#include "apps/kiv/run.h"
+#include "apps/kiv/tally.h"
+
+// Name and value, in the order in which they are shown.
+using Counters = std::vector<std::pair<const char*, long long>>;
+
+// Loop-bound. Life: configure (sizes and packings, down the line), init of the nodes
+// by the graph, open (files, connections), start, frames, close, destruction.
+class GraphPart {
+public:
+    explicit GraphPart(const NodeText& nodeText) : text_(nodeText) { }
+    virtual ~GraphPart() = default;
+    GraphPart(const GraphPart&) = delete;
+    GraphPart& operator=(const GraphPart&) = delete;
+
+    virtual kivObj& node() = 0;
+    // Takes what comes in, sets the node up, answers what goes out. `next` is the node
+    // below, null at the end. Throws GraphError.
+    virtual PictureFormat configure(const PictureFormat& in, const NodeText* next) = 0;
+    // Opens what the run needs; reports failures to the run, and adds its descriptors to its loop.
+    virtual void open(RunContext&) { }
+    // A source begins no further frame. Waits for its reader.
+    virtual void endSource() { }
+    // Nothing is on its way inside.
+    virtual bool idle() { return true; }
+    // Once in each pass of the loop.
+    virtual void afterPass(RunContext&) { }
+    // Ends connections and files; may wait as long as is documented. After the nodes have stopped.
+    virtual void close(RunContext&) { }
+    virtual Counters counters() { return {}; }
+    virtual long long dropped() { return 0; }
+    // A sink's count; null elsewhere.
+    virtual Tally* tally() { return nullptr; }
+
+    const NodeText& nodeText() const { return text_; }
+    // "node 2 'jpegdec'"
+    std::string place() const;
+
+protected:
+    const NodeText text_;
+};
+
+// The part for a node of the text.
+std::unique_ptr<GraphPart> makePart(const NodeText& nodeText);
+
+// Throws GraphError unless uncompressed pictures come in.
+void needPictures(const NodeText& node, const PictureFormat& in);

@@ -1,0 +1,52 @@
+// peerDoor.cpp - see peerDoor.h.
+#include "apps/kiv/peerDoor.h"
+
+#include "apps/kiv/text.h"
+
+bool PeerDoor::open(RunContext& run, const std::string& place, const std::string& url, bool listen, OnPeer onPeer,
+                    std::string* wrong)
+{
+    run_ = &run;
+    place_ = place;
+    onPeer_ = std::move(onPeer);
+    if (listen) {
+        listener_ = wispListener::open(url.c_str());
+    } else if (std::unique_ptr<wispSocket> peer = wispSocket::connect(url.c_str())) {
+        onPeer_(std::move(peer));
+        return true;
+    }
+    if (listener_ == nullptr) {
+        *wrong = serviceError();
+        return false;
+    }
+    run.note(place + ": listening on " + listener_->url());
+    waitForPeer();
+    return true;
+}
+
+void PeerDoor::waitForPeer()
+{
+    if (listener_ == nullptr || waiting_)
+        return;
+    waiting_ = true;
+    run_->loop().addFD(listener_->getFD(), [this] { accept(); });
+}
+
+void PeerDoor::accept()
+{
+    std::unique_ptr<wispSocket> peer = listener_->accept();
+    if (peer == nullptr)
+        return;
+    run_->loop().removeFD(listener_->getFD());
+    waiting_ = false;
+    run_->note(place_ + ": " + peer->peerName() + " has come");
+    onPeer_(std::move(peer));
+}
+
+void PeerDoor::close()
+{
+    if (waiting_)
+        run_->loop().removeFD(listener_->getFD());
+    waiting_ = false;
+    listener_.reset();
+}

@@ -1,0 +1,80 @@
+// probe.cpp - see probe.h.
+#include "apps/kiv/probe.h"
+
+#include <cstdio>
+
+#include <nlohmann/json.hpp>
+
+#include "apps/kiv/run.h"
+#include "apps/kiv/text.h"
+#include "platform/rk/rk.h"
+
+static const char* interlacingName(int code)
+{
+    switch (code) {
+    case RK_INTERLACING_PROGRESSIVE:
+        return "progressive";
+    case RK_INTERLACING_TOP_FIRST:
+        return "top field first";
+    case RK_INTERLACING_BOTTOM_FIRST:
+        return "bottom field first";
+    default:
+        return "unknown";
+    }
+}
+
+static double rateOf(const RKtrackInfo& info)
+{
+    return info.rateDenominator != 0 ? double(info.rateNumerator) / info.rateDenominator : 0;
+}
+
+static double durationOf(const RKtrackInfo& info) { return rateOf(info) > 0 ? info.frames / rateOf(info) : 0; }
+
+static std::string asText(const std::string& file, const RKtrackInfo& info)
+{
+    std::string out = file + "\n";
+    out += text("  container    %s, %lld bytes\n", info.container, info.bytes);
+    out += text("  codec        %s%s%s\n", info.codec, info.pixelFormat[0] != '\0' ? ", " : "", info.pixelFormat);
+    out += text("  size         %d x %d\n", info.width, info.height);
+    out += text("  rate         %d/%d (%.3f frames/s)\n", info.rateNumerator, info.rateDenominator, rateOf(info));
+    out += text("  frames       %d (%.3f s)\n", info.frames, durationOf(info));
+    out += text("  interlacing  %s\n", interlacingName(info.interlacing));
+    out += text("  as JPEG      %s\n",
+                info.jpeg != 0 ? "straight from the file" : "each frame is decoded and encoded again");
+    return out;
+}
+
+static std::string asJson(const std::string& file, const RKtrackInfo& info)
+{
+    const nlohmann::ordered_json out = {{"file", file},
+                                        {"container", info.container},
+                                        {"bytes", info.bytes},
+                                        {"codec", info.codec},
+                                        {"pixelFormat", info.pixelFormat},
+                                        {"width", info.width},
+                                        {"height", info.height},
+                                        {"rateNumerator", info.rateNumerator},
+                                        {"rateDenominator", info.rateDenominator},
+                                        {"frames", info.frames},
+                                        {"seconds", durationOf(info)},
+                                        {"interlacing", interlacingName(info.interlacing)},
+                                        {"jpegStraight", info.jpeg != 0}};
+    return out.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+}
+
+int probeMovie(const std::string& file, bool json)
+{
+    RKmovie movie = nullptr;
+    RKtrack track = nullptr;
+    RKtrackInfo info = {};
+    const bool good = rkOpenFile(file.c_str(), 0, &movie) == 0
+        && rkFindTrackByMedium(movie, RK_MEDIUM_IMAGE, &track) == 0 && rkGetTrackInfo(track, &info) == 0;
+    const std::string wrong = serviceError();
+    rkClose(movie);
+    if (!good) {
+        say("probe: %s: %s", file.c_str(), wrong.c_str());
+        return exitUsage;
+    }
+    fputs((json ? asJson(file, info) : asText(file, info)).c_str(), stdout);
+    return fflush(stdout) == 0 ? exitGood : exitFailed;
+}

@@ -1,0 +1,236 @@
+// runner.cpp - see runner.h.
+#include "apps/kiv/runner.h"
+
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+
+#include "apps/kiv/eventFd.h"
+#include "apps/kiv/graph.h"
+#include "apps/kiv/summary.h"
+#include "apps/kiv/text.h"
+
+namespace {
+
+constexpr long long secondNs = 1000000000;
+constexpr long long drainNs = 2 * secondNs;  // frames under way after an early end
+
+// SIGINT and SIGTERM: the first one ends the run in order, the second one the process.
+class EndSignals {
+public:
+    EndSignals();
+    ~EndSignals();
+    int fd() const { return event_.fd(); }
+
+private:
+    static void handle(int) { active->event_.raise(); }
+    static EndSignals* active;
+    EventFd event_;
+    struct sigaction oldInt_ = {}, oldTerm_ = {};
+};
+EndSignals* EndSignals::active = nullptr;
+
+EndSignals::EndSignals()
+{
+    active = this;
+    struct sigaction action = {};
+    action.sa_handler = handle;
+    action.sa_flags = int(SA_RESETHAND) | SA_RESTART;
+    sigaction(SIGINT, &action, &oldInt_);
+    sigaction(SIGTERM, &action, &oldTerm_);
+}
+
+EndSignals::~EndSignals()
+{
+    sigaction(SIGINT, &oldInt_, nullptr);
+    sigaction(SIGTERM, &oldTerm_, nullptr);
+}
+
+class Runner : public RunContext {
+public:
+    Runner(const RunOptions& options, Graph& graph) : options_(options), graph_(graph) { }
+
+    Summary run();
+
+    kivLoop& loop() override { return loop_; }
+    void hold() override;
+    void release() override;
+    void sourceEnded() override { ending_ = true; }
+    bool wantsFrame() override;
+    void note(const std::string& line) override;
+    void failed(const std::string& line, bool fatal) override;
+
+private:
+    void open();
+    void begin();
+    void endEarly();
+    void afterPass();
+    void showStatus();
+    void clearStatus();
+    double secondsRun() const { return begun_ ? double(nowNs() - beganNs_) / 1e9 : 0; }
+
+    const RunOptions& options_;
+    Graph& graph_;
+    kivLoop loop_;
+    EndSignals signals_;
+    StatusLine status_;
+    int holds_ = 0;
+    bool begun_ = false;  // the nodes have been started
+    bool ending_ = false;  // the source brings no more
+    bool quitting_ = false;
+    bool statusShown_ = false;  // the cursor stands behind a status line
+    long long beganNs_ = 0;
+    long long wanted_ = 0;  // frames that sinks took
+    std::vector<std::string> errors_;
+};
+
+// While anybody holds the graph, nothing is taken from any node: what lies in their
+// pools stays there, and a source that loses nothing waits.
+void Runner::hold()
+{
+    if (holds_++ == 0 && begun_)
+        loop_.removeChain(&graph_.chain());
+}
+
+void Runner::release()
+{
+    if (--holds_ == 0 && begun_)
+        loop_.addChain(&graph_.chain());
+    else if (holds_ == 0)
+        begin();
+}
+
+void Runner::begin()
+{
+    if (begun_ || quitting_)
+        return;
+    begun_ = true;
+    beganNs_ = nowNs();
+    if (options_.seconds > 0)
+        loop_.addTimer((unsigned long long)(beganNs_ + (long long)(options_.seconds * 1e9)), [this] { endEarly(); });
+    if (graph_.chain().start(1) != kivErrNone)
+        return failed(graph_.source().place() + ": cannot be started: " + serviceError(), true);
+    loop_.addChain(&graph_.chain());
+}
+
+bool Runner::wantsFrame()
+{
+    if (options_.frames > 0 && wanted_ >= options_.frames)
+        return false;
+    ++wanted_;
+    return true;
+}
+
+void Runner::note(const std::string& line)
+{
+    clearStatus();
+    say("%s", line.c_str());
+}
+
+void Runner::failed(const std::string& line, bool fatal)
+{
+    note(line);
+    errors_.push_back(line);
+    if (fatal) {
+        quitting_ = true;
+        loop_.quit();
+    }
+}
+
+// Frames under way still arrive, but not for ever.
+void Runner::endEarly()
+{
+    if (!begun_ || holds_ > 0) {
+        loop_.quit();
+        return;
+    }
+    graph_.source().endSource();
+    ending_ = true;
+    loop_.addTimer((unsigned long long)(nowNs() + drainNs), [this] { loop_.quit(); });
+}
+
+void Runner::afterPass()
+{
+    for (const auto& part : graph_.parts())
+        part->afterPass(*this);
+    const bool enough = options_.frames > 0 && wanted_ >= options_.frames;
+    if (enough || (ending_ && holds_ == 0 && graph_.idle()))
+        loop_.quit();
+}
+
+void Runner::showStatus()
+{
+    loop_.addTimer((unsigned long long)(nowNs() + secondNs), [this] { showStatus(); });
+    if (!begun_)
+        return;
+    clearStatus();
+    const bool terminal = isatty(STDERR_FILENO) != 0;
+    fprintf(stderr, terminal ? "%s" : "%s\n", status_.next(graph_, secondsRun()).c_str());
+    statusShown_ = terminal;
+}
+
+void Runner::clearStatus()
+{
+    if (statusShown_)
+        fputs("\r\033[K", stderr);
+    statusShown_ = false;
+}
+
+// The sink first, so that a file which cannot be written is known before a peer is
+// asked for; nothing moves before all are open.
+void Runner::open()
+{
+    ++holds_;
+    for (size_t i = graph_.parts().size(); i-- > 0 && !quitting_;)
+        graph_.parts()[i]->open(*this);
+    release();
+}
+
+Summary Runner::run()
+{
+    if (const std::string wrong = graph_.init(); !wrong.empty())
+        failed(wrong, true);
+    else
+        open();
+    loop_.addFD(signals_.fd(), [this] {
+        loop_.removeFD(signals_.fd());
+        endEarly();
+    });
+    loop_.setPassHandler([this] { afterPass(); });
+    if (options_.status)
+        loop_.addTimer((unsigned long long)(nowNs() + secondNs), [this] { showStatus(); });
+    if (!quitting_ && loop_.run() != kivErrNone)
+        failed("the loop cannot wait", true);
+
+    clearStatus();
+    graph_.source().endSource();
+    graph_.source().node().stop();
+    for (const auto& part : graph_.parts())
+        part->close(*this);
+    Summary summary = summarise(graph_);
+    loop_.removeChain(&graph_.chain());
+    summary.pools = graph_.takeApart();
+    for (const PoolReport& pool : summary.pools)
+        if (pool.ledger.inUse != 0)
+            failed(text("%s: %d buffers were lost", pool.place.c_str(), pool.ledger.inUse), false);
+    summary.errors = errors_;
+    summary.exitCode = errors_.empty() ? exitGood : exitFailed;
+    return summary;
+}
+
+}  // namespace
+
+int runGraph(const RunOptions& options)
+{
+    setTrace(options.trace ? 1 : 0);
+    try {
+        Graph graph(parseGraph(options.graph));
+        const Summary summary = Runner(options, graph).run();
+        fputs((options.json ? jsonSummary(summary) : humanSummary(summary)).c_str(), stdout);
+        return fflush(stdout) == 0 ? summary.exitCode : int(exitFailed);
+    } catch (const GraphError& error) {
+        say("%s", error.describe(options.graph).c_str());
+        return exitUsage;
+    }
+}

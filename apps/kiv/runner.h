@@ -1,0 +1,17 @@
+// runner.h - builds a graph from its text and runs it to its end.
+#pragma once
+
+#include <string>
+
+struct RunOptions {
+    std::string graph;
+    long long frames = 0;  // end after that many at the sink; 0 = no such end
+    double seconds = 0;  // end after that time; 0 = no such end
+    bool status = false;  // a status line each second
+    bool json = false;  // the summary as one JSON object
+    bool trace = false;  // the nodes' own lines
+};
+
+// Runs the graph; prints the summary to standard output, all else to standard error.
+// Returns an ExitCode.
+int runGraph(const RunOptions& options);

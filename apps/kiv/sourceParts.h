@@ -1,0 +1,67 @@
+// sourceParts.h - the sources of a graph: a movie, a connection.
+#pragma once
+
+#include "apps/kiv/eventFd.h"
+#include "apps/kiv/graphPart.h"
+#include "apps/kiv/movieSource.h"
+#include "apps/kiv/peerDoor.h"
+#include "apps/kiv/peerLink.h"
+#include "network/kivNetworkRecv.h"
+
+class MoviePart : public GraphPart {
+public:
+    using GraphPart::GraphPart;
+    kivObj& node() override { return movie_; }
+    PictureFormat configure(const PictureFormat& in, const NodeText* next) override;
+    void open(RunContext& run) override;
+    void endSource() override { movie_.endReader(); }
+    bool idle() override { return movie_.taken(); }
+    void afterPass(RunContext& run) override;
+    Counters counters() override;
+    long long dropped() override { return movie_.framesDropped() + movie_.skipped(); }
+
+private:
+    MovieSource movie_;
+    bool unreadableSaid_ = false;
+};
+
+// Takes one peer after the other. The picture size is the user's word: a message
+// that cannot hold such a picture ends its connection.
+class RecvPart : public GraphPart {
+public:
+    using GraphPart::GraphPart;
+    ~RecvPart() override;
+    kivObj& node() override { return receiver_; }
+    PictureFormat configure(const PictureFormat& in, const NodeText* next) override;
+    void open(RunContext& run) override;
+    void endSource() override;
+    bool idle() override;
+    void afterPass(RunContext& run) override;
+    void close(RunContext& run) override;
+    Counters counters() override;
+    long long dropped() override { return receiver_.framesDropped(); }
+
+private:
+    // Lets a connection wait until the loop has taken the last frame.
+    class Node : public kivNetworkRecv {
+    public:
+        ~Node() override { endReader(); }
+        int handleEvents(fd_set fdSet) override;
+        bool taken();
+        bool waitTaken();  // reader; false: stop was asked for
+
+    private:
+        EventFd takenEvent_;
+    };
+
+    void takePeer(RunContext& run, std::unique_ptr<wispSocket> peer);
+    void peerGone(RunContext& run);
+
+    Node receiver_;
+    PeerDoor door_;
+    std::unique_ptr<PeerLink> link_;
+    bool begun_ = false;  // the first peer has come
+    bool reading_ = false;  // link_ may still bring frames
+    bool leaving_ = false;  // link_ brings no more; its last frame may wait
+    long long peers_ = 0;
+};

@@ -1,0 +1,13 @@
+// text.h - strings made the printf way, and the program's own lines.
+#pragma once
+
+#include <string>
+
+// The formatted text.
+std::string text(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+// One line to standard error, after "kiv: ".
+void say(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+// What the last failed call of a service on this thread said, detail first.
+std::string serviceError();
