@@ -1,0 +1,105 @@
+// Wrong command lines: each ends with code 2 and at most two lines that say where.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "tests/apps/program.h"
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+class wrongLines : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        shell("ffmpeg -v error -f lavfi -i testsrc2=s=64x48:r=25 -frames:v 2 -c:v mjpeg " + clip);
+        shell("head -c 100 " + clip + " > " + cut);
+    }
+
+    Folder folder;
+    const std::string clip = folder / "clip.mov", cut = folder / "cut.mov";
+};
+
+TEST_F(wrongLines, EachIsOneClearLineThatNamesThePlace)
+{
+    const std::string movie = "movie " + clip;
+    const struct {
+        std::vector<std::string> arguments;
+        std::string message;
+    } lines[] = {
+        {{"run", movie + " ! jpegdecc ! null"}, "node 2 'jpegdecc': no such node; did you mean 'jpegdec'?"},
+        {{"run", movie + " ! jpegenc quality=101 ! null"},
+         "node 2 'jpegenc': quality '101' must lie between 0 and 100"},
+        {{"run", "movie " + clip + "x ! null"}, "node 1 'movie': FILE '" + clip + "x' cannot be read"},
+        {{"run", "movie " + cut + " ! null"}, "node 1 'movie': FILE '" + cut + "' cannot be played"},
+        {{"run", "movie /etc/passwd ! null"}, "node 1 'movie': FILE '/etc/passwd' cannot be played"},
+        {{"run", "movie /tmp ! null"}, "node 1 'movie': FILE '/tmp' cannot be played"},
+        {{"run", movie + " ! file " + folder / "a.png"},
+         "node 2 'file': PATH '" + folder / "a.png" + "' takes pictures, and JPEG comes in; put jpegdec before it"},
+        {{"run", movie + " ! jpegdec ! file a.jpg"},
+         "node 3 'file': PATH 'a.jpg' takes JPEG, and CbYCrY 64x48 comes in; "
+         "put jpegenc before it"},
+        {{"run", movie + " ! jpegdec ! convert packing=BGR ! file a.png"},
+         "node 4 'file': PATH 'a.png' does not take BGR; "
+         "put 'convert packing=RGB' before it"},
+        {{"run", movie + " ! file a.avi"}, "node 2 'file': PATH 'a.avi' must end in .y4m"},
+        {{"run", movie + " ! jpegdec ! file %s.png"}, "'%' in a path stands once"},
+        {{"run", movie + " ! jpegenc ! null"},
+         "node 2 'jpegenc': takes pictures, and JPEG comes in; put jpegdec before it"},
+        {{"run", movie + " ! convert packing=RGB ! null"}, "node 2 'convert': takes pictures, and JPEG comes in"},
+        {{"run", movie + " ! jpegdec ! jpegdec ! null"},
+         "node 3 'jpegdec': takes JPEG, and CbYCrY 64x48 comes in; leave it out"},
+        {{"run", movie + " ! null", "--frames", "0"}, "--frames"},
+        {{"run", movie + " ! null", "--seconds", "soon"}, "'soon' is no length of time"},
+        {{"run", movie + " ! null", "--frmes", "1"}, "--frmes"},
+        {{"run"}, "GRAPH is required"},
+        {{"fly"}, "fly"},
+        {{"--json"}, "--json"},
+        {{"probe"}, "FILE is required"},
+        {{"probe", cut}, "probe: " + cut},
+    };
+    for (const auto& [arguments, message] : lines) {
+        Program kiv(arguments);
+        EXPECT_EQ(kiv.wait(), 2) << arguments.back();
+        EXPECT_EQ(kiv.out, "") << arguments.back();
+        EXPECT_THAT(kiv.err, StartsWith("kiv: "));
+        EXPECT_THAT(kiv.err, HasSubstr(message));
+        EXPECT_LE(std::ranges::count(kiv.err, '\n'), 2) << kiv.err;
+    }
+}
+
+TEST_F(wrongLines, FailuresWhileRunningEndWithOne)
+{
+    shell("ln -s /dev/full " + folder / "full.mjpeg");
+    const struct {
+        std::string graph, message;
+    } runs[] = {
+        {"movie " + clip + " every ! file " + folder / "full.mjpeg",
+         "node 2 'file': " + folder / "full.mjpeg" + ": No space left on device"},
+        {"movie " + clip + " every ! jpegdec ! file " + folder / "none/a.png",
+         "none/a-0001.png: No such file or directory"},
+        {"movie " + clip + " every ! file /nowhere/a.mjpeg",
+         "node 2 'file': /nowhere/a.mjpeg: No such file or directory"},
+        {"movie " + clip + " ! send unix:" + folder / "nobody", "node 2 'send': "},
+    };
+    for (const auto& [graph, message] : runs) {
+        Program kiv({"run", "--json", graph});
+        EXPECT_EQ(kiv.wait(), 1) << graph;
+        EXPECT_THAT(kiv.err, HasSubstr(message));
+        EXPECT_EQ(std::ranges::count(kiv.err, '\n'), 1) << kiv.err;
+        const nlohmann::json summary = kiv.summary();
+        EXPECT_EQ(summary.value("exit", -1), 1) << kiv.out;
+        EXPECT_EQ(summary.value("errors", nlohmann::json::array()).size(), 1u) << kiv.out;
+    }
+}
+
+TEST_F(wrongLines, HelpAndVersionAreNoErrors)
+{
+    for (const char* word : {"help", "--help", "--version"}) {
+        Program kiv({word});
+        EXPECT_EQ(kiv.wait(), 0);
+        EXPECT_THAT(kiv.out, HasSubstr("kiv"));
+        EXPECT_EQ(kiv.err, "");
+    }
+}
