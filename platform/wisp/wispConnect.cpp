@@ -2,7 +2,6 @@
 #include <poll.h>
 
 #include <cerrno>
-#include <cstring>
 #include <new>
 #include <vector>
 
@@ -14,18 +13,6 @@
 namespace kiv {
 
 namespace {
-
-// A port of the system's own choice can meet itself: then nobody else is there.
-bool isOwnEcho(int fd)
-{
-    WispAddress here;
-    WispAddress there;
-    here.length = there.length = sizeof(sockaddr_storage);
-    if (getsockname(fd, here.get(), &here.length) < 0 || getpeername(fd, there.get(), &there.length) < 0)
-        return false;
-    return here.family() != AF_UNIX && here.length == there.length
-        && memcmp(&here.bytes, &there.bytes, here.length) == 0;
-}
 
 // Waits for the outcome of a connect that is under way; 0, or an errno.
 int finishConnect(int fd, uint64_t deadline)
@@ -66,8 +53,8 @@ UniqueFd openPeer(const WispAddress& address, uint64_t deadline)
     if (!socket)
         return socket;
     int error = tryConnect(socket.get(), address, deadline);
-    if (error == 0 && isOwnEcho(socket.get()))
-        error = ECONNREFUSED;
+    if (error == 0 && sameEnds(socket.get(), true))
+        error = ECONNREFUSED;  // a port of the system's own choice met itself: nobody else is there
     if (error == 0)
         return socket;
     errno = error;

@@ -3,6 +3,7 @@
 
 #include <arpa/inet.h>
 #include <netdb.h>
+#include <netinet/in.h>
 
 #include <cstddef>
 #include <cstring>
@@ -135,6 +136,22 @@ std::string describeWispAddress(const WispAddress& address)
         return "an unknown address";
     const bool six = address.family() == AF_INET6;
     return std::string(tcpScheme) + (six ? "[" : "") + host + (six ? "]:" : ":") + port;
+}
+
+bool sameEnds(int fd, bool withPort)
+{
+    WispAddress ends[2];
+    for (WispAddress& end : ends)
+        end.length = sizeof end.bytes;
+    if (getsockname(fd, ends[0].get(), &ends[0].length) < 0 || getpeername(fd, ends[1].get(), &ends[1].length) < 0)
+        return false;
+    if (ends[0].family() == AF_UNIX || ends[0].length != ends[1].length)
+        return false;
+    for (WispAddress& end : ends) {
+        if (!withPort)
+            reinterpret_cast<sockaddr_in*>(&end.bytes)->sin_port = 0;  // at the same place in IPv6
+    }
+    return memcmp(&ends[0].bytes, &ends[1].bytes, ends[0].length) == 0;
 }
 
 }  // namespace kiv

@@ -38,4 +38,8 @@ int resolveWispUrl(const WispUrl& url, std::vector<WispAddress>& addresses);
 // As a URL with numbers for names.
 std::string describeWispAddress(const WispAddress& address);
 
+// True when both ends of a connected TCP socket have one address, so that the peer
+// is on this machine; with the port as well, the socket is its own peer.
+bool sameEnds(int fd, bool withPort);
+
 }  // namespace kiv
