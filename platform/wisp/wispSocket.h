@@ -35,7 +35,9 @@ public:
     // Never blocks: one gather write; what the kernel does not take is copied and
     // flushed by a writer thread, and one newer message may wait behind it: the
     // newest wins, the one that gives way is counted. -1 once the peer is gone.
-    // Lossless: waits for room, at most kivLimits()->sendMs, then -1.
+    // Lossless: waits until the kernel has the whole message, as long as the peer takes
+    // something every kivLimits()->sendMs, else -1. A stop request ends the wait: -1 when
+    // nothing of the message had gone, 0 when the writer finishes it.
     int sendData(void* header, void* data, int size) override;
 
     int setLossless(int on);
