@@ -78,13 +78,13 @@ TEST_F(MovieFile, PlaysInOrderInStepWithTheClockAndHoldsItsEnd)
     for (const std::string& frame : sink.frames) {
         const auto at = std::find(packets.begin() + long(next), packets.end(), frame);
         if (at == packets.end()) {
-            ++wraps;  // the retry at the end takes the remainder
+            ++wraps;  // a retry that runs past the end takes the remainder: once while playing, once at the end
             continue;
         }
         next = size_t(at - packets.begin()) + 1;
     }
     EXPECT_GT(sink.frames.size(), 5u);
-    EXPECT_LE(wraps, 1);
+    EXPECT_LE(wraps, 2);
 }
 
 TEST_F(MovieFile, FramesOfOtherCodecsComeAsJPEG)
