@@ -8,6 +8,14 @@
 
 namespace kiv::rk {
 
+namespace {
+
+// A seek may land behind its key, and a group may lean on the one before; what
+// does not come out then is damaged, and decoding the whole movie would not help.
+constexpr int groupsTried = 3;
+
+}  // namespace
+
 int FrameDecoder::open(const MovieFile& file)
 {
     const AVCodec* decoder = avcodec_find_decoder(parameters()->codec_id);
@@ -100,10 +108,10 @@ int FrameDecoder::decode(int index, AVFrame* frame)
     const long long time = reader_.list().packets[size_t(packet)].time;
     int key = keyBefore(packet, time);
     int result = leadsTo(key, index) ? 0 : restart(key);
-    for (;;) {
+    for (int groups = 1;; ++groups) {
         if (result == 0)
             result = decodeUpTo(index, frame);
-        if (result == 0 || result == AVERROR_EXIT || result == AVERROR(ENOMEM) || key == 0)
+        if (result == 0 || result == AVERROR_EXIT || result == AVERROR(ENOMEM) || key == 0 || groups == groupsTried)
             return result;
         key = keyBefore(key - 1, time);  // came out too late, or not at all: begin one group earlier
         result = restart(key);

@@ -44,6 +44,14 @@ bool isFullRange(const AVFrame& frame)
     return rgb || frame.color_range == AVCOL_RANGE_JPEG;
 }
 
+// A picture that does not say is taken by its size, as players do.
+int matrixOf(const AVFrame& frame)
+{
+    if (frame.colorspace == AVCOL_SPC_UNSPECIFIED)
+        return frame.height >= 720 ? SWS_CS_ITU709 : SWS_CS_ITU601;
+    return frame.colorspace;
+}
+
 }  // namespace
 
 // Twice the raw picture in the densest layout, whole blocks, and the headers:
@@ -71,30 +79,36 @@ int JpegWriter::prepare(AVPixelFormat source)
     return encoder_ ? av_frame_get_buffer(picture_.get(), 0) : AVERROR_ENCODER_NOT_FOUND;
 }
 
+JpegWriter::Source JpegWriter::sourceOf(const AVFrame& frame)
+{
+    return {frame.width, frame.height, frame.format, isFullRange(frame), matrixOf(frame)};
+}
+
+int JpegWriter::makeScaler(const Source& source)
+{
+    scaler_.reset(sws_getContext(source.width, source.height, AVPixelFormat(source.format), width_, height_,
+                                 AVPixelFormat(picture_->format), SWS_BILINEAR | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT,
+                                 nullptr, nullptr, nullptr));
+    if (!scaler_)
+        return AVERROR(ENOSYS);
+    const int unity = 1 << 16;
+    sws_setColorspaceDetails(scaler_.get(), sws_getCoefficients(source.matrix), source.fullRange,
+                             sws_getCoefficients(SWS_CS_ITU601), 1, 0, unity, unity);
+    source_ = source;
+    return 0;
+}
+
 int JpegWriter::convert(const AVFrame& frame)
 {
-    const AVPixelFormat source = AVPixelFormat(frame.format);
-    const int range = isFullRange(frame);
-    if (!scaler_ || source != source_ || frame.width != sourceWidth_ || frame.height != sourceHeight_
-        || range != sourceRange_) {
-        scaler_.reset(sws_getContext(frame.width, frame.height, source, width_, height_,
-                                     AVPixelFormat(picture_->format), SWS_BILINEAR | SWS_ACCURATE_RND, nullptr, nullptr,
-                                     nullptr));
-        if (!scaler_)
-            return AVERROR(ENOSYS);
-        const int* matrix = sws_getCoefficients(SWS_CS_ITU601);
-        sws_setColorspaceDetails(scaler_.get(), matrix, range, matrix, 1, 0, 1 << 16, 1 << 16);
-        source_ = source;
-        sourceWidth_ = frame.width;
-        sourceHeight_ = frame.height;
-        sourceRange_ = range;
-    }
-    const int result = av_frame_make_writable(picture_.get());  // the encoder may still hold the last one
+    const Source source = sourceOf(frame);
+    int result = scaler_ && source == source_ ? 0 : makeScaler(source);
+    if (result == 0)
+        result = av_frame_make_writable(picture_.get());  // the encoder may still hold the last one
     if (result < 0)
         return result;
-    return sws_scale(scaler_.get(), frame.data, frame.linesize, 0, frame.height, picture_->data, picture_->linesize) < 0
-        ? AVERROR_EXTERNAL
-        : 0;
+    const int lines
+        = sws_scale(scaler_.get(), frame.data, frame.linesize, 0, frame.height, picture_->data, picture_->linesize);
+    return lines < 0 ? AVERROR_EXTERNAL : 0;
 }
 
 int JpegWriter::encodeAt(int quantiser, AVPacket* jpeg)

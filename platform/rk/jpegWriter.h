@@ -5,8 +5,8 @@
 
 namespace kiv::rk {
 
-// Encodes frames of one picture size at a fixed high quality, with full-range
-// samples as JPEG has them. Chroma stays as dense as it was. Not thread-safe.
+// Encodes frames of one picture size at a fixed high quality, with the range and
+// the colour matrix that JPEG has. Chroma stays as dense as it was. Not thread-safe.
 class JpegWriter {
 public:
     JpegWriter(int width, int height) : width_(width), height_(height) { }
@@ -16,13 +16,21 @@ public:
     int bound() const;
 
 private:
+    // What the scaler was made for.
+    struct Source {
+        int width, height, format, fullRange, matrix;
+        bool operator==(const Source&) const = default;
+    };
+
     int prepare(AVPixelFormat source);
+    int makeScaler(const Source& source);
     int convert(const AVFrame& frame);
     int encodeAt(int quantiser, AVPacket* jpeg);
 
     const int width_, height_;  // of the pictures made
-    AVPixelFormat source_ = AV_PIX_FMT_NONE;
-    int sourceWidth_ = 0, sourceHeight_ = 0, sourceRange_ = -1;
+    static Source sourceOf(const AVFrame& frame);
+
+    Source source_ = {};
     ScalerPtr scaler_;
     CodecPtr encoder_;
     FramePtr picture_;  // in the encoder's layout

@@ -13,12 +13,19 @@ namespace kiv::rk {
 
 namespace {
 
+// Times as a file may claim them, kept where differences cannot overflow: 2^55 ns is more than a year.
+long long boundedTime(long long time)
+{
+    constexpr long long far = 1LL << 55;
+    return std::clamp(time, -far, far);
+}
+
 PacketEntry describe(const MovieFile& file, const AVPacket& packet)
 {
     const bool timed = packet.pts != AV_NOPTS_VALUE;
     return {.position = packet.pos,
             .data = findData(file, packet),
-            .time = timed ? packet.pts : packet.dts,
+            .time = boundedTime(timed ? packet.pts : packet.dts),
             .size = packet.size,
             .key = (packet.flags & AV_PKT_FLAG_KEY) != 0,
             .shown = (packet.flags & AV_PKT_FLAG_DISCARD) == 0,
@@ -51,7 +58,7 @@ std::vector<HeaderEntry> headerEntries(AVStream* stream, int count)
     for (int i = 0; i < count; ++i) {
         const AVIndexEntry* entry = avformat_index_get_entry(stream, i);
         if (entry != nullptr && (entry->flags & AVINDEX_DISCARD_FRAME) == 0 && entry->size > 0)
-            entries.push_back({entry->pos, entry->timestamp, entry->size});
+            entries.push_back({entry->pos, boundedTime(entry->timestamp), entry->size});
     }
     std::stable_sort(entries.begin(), entries.end(), [](auto& a, auto& b) { return a.time < b.time; });
     return entries;

@@ -2,12 +2,17 @@
 #include "platform/rk/packetReader.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <numeric>
 
 namespace kiv::rk {
 
 PacketReader::PacketReader(std::unique_ptr<Demuxer> demuxer, PacketList list)
-    : demuxer_(std::move(demuxer)), list_(std::move(list))
+    : demuxer_(std::move(demuxer)), list_(std::move(list)), byPosition_(list_.packets.size())
 {
+    std::iota(byPosition_.begin(), byPosition_.end(), 0);
+    std::stable_sort(byPosition_.begin(), byPosition_.end(),
+                     [this](int a, int b) { return position(a) < position(b); });
 }
 
 // By time of presentation: that is what the demuxers look up.
@@ -18,22 +23,19 @@ int PacketReader::seek(int at)
     return result;
 }
 
-// Searches outward from where it should be. A file that shows a packet twice has
-// it in the list twice; the nearer one is meant.
+// Where the packet stands in the list; -1 for one that the list leaves out. A
+// file that shows a packet twice has it in the list twice: the one nearest to
+// where the reader should be is meant.
 int PacketReader::place(const AVPacket& packet) const
 {
-    const int count = int(list_.packets.size());
-    const auto is = [&](int i) {
-        return i >= 0 && i < count && list_.packets[size_t(i)].position == packet.pos
-            && list_.packets[size_t(i)].size == packet.size;
-    };
-    for (int distance = 0; distance < count; ++distance) {
-        if (is(expected_ + distance))
-            return expected_ + distance;
-        if (is(expected_ - distance))
-            return expected_ - distance;
+    int best = -1;
+    auto it = std::lower_bound(byPosition_.begin(), byPosition_.end(), packet.pos,
+                               [this](int place, long long wanted) { return position(place) < wanted; });
+    for (; it != byPosition_.end() && position(*it) == packet.pos; ++it) {
+        if (best < 0 || std::abs(*it - expected_) < std::abs(best - expected_))
+            best = *it;
     }
-    return -1;
+    return best >= 0 && list_.packets[size_t(best)].size == packet.size ? best : -1;
 }
 
 int PacketReader::next(AVPacket* packet, int& at)
@@ -42,10 +44,10 @@ int PacketReader::next(AVPacket* packet, int& at)
         const int result = demuxer_->next(packet);
         at = result < 0 ? -1 : place(*packet);
         if (result < 0) {
-            expected_ = -1;
+            expected_ = result == AVERROR_EOF ? int(list_.packets.size()) : -1;
             return result;
         }
-        if (at >= 0) {  // else a chunk without bytes, which the list leaves out
+        if (at >= 0) {
             expected_ = at + 1;
             return 0;
         }

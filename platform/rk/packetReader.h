@@ -16,16 +16,19 @@ public:
     int seek(int at);
     // The next packet, and its place in the list. 0 or an AVERROR.
     int next(AVPacket* packet, int& at);
-    int expected() const { return expected_; }  // the next one's place; -1 = seek first
+    // The next one's place, the list's length at the end; -1 = seek first.
+    int expected() const { return expected_; }
 
     const PacketList& list() const { return list_; }
     Demuxer& demuxer() { return *demuxer_; }
 
 private:
     int place(const AVPacket& packet) const;
+    long long position(int place) const { return list_.packets[size_t(place)].position; }
 
     std::unique_ptr<Demuxer> demuxer_;
     PacketList list_;
+    std::vector<int> byPosition_;  // places in the list, by position in the file
     int expected_ = -1;
 };
 

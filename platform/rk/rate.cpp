@@ -56,11 +56,14 @@ AVRational frameRate(const AVStream* stream, Container container, const std::vec
     const auto fits
         = [&](AVRational rate) { return isValid(rate) && std::fabs(av_q2d(rate) * seconds - double(steps)) < 0.5; };
     const long long step = container == Container::Matroska ? 0 : constantStep(times);  // whose times are rounded
-    if (step > 0 && isValid(reduced(unit.den, step * unit.num)))
-        return reduced(unit.den, step * unit.num);
+    const AVRational even = step > 0 ? av_div_q(reduced(1, step), unit) : AVRational{0, 1};
+    if (isValid(even))
+        return even;
     if (isValid(claim) && fits(snapped(claim)))
         return snapped(claim);
     const AVRational average = av_div_q(reduced(steps, span), unit);
+    if (!isValid(average))
+        return {1, 1};
     return fits(snapped(average)) ? snapped(average) : average;
 }
 

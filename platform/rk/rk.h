@@ -1,8 +1,15 @@
 /* rk.h - the movie-file service: QuickTime, MP4, AVI and Matroska files.
  *
- * One movie, one image track, frames by index in presentation order. The index
- * is built once at opening. Reads from several threads are serialised inside.
- * `int` results are 0 or -1 unless said otherwise; zvGetError tells why. */
+ * One movie, one image track (the first that moves), frames by index in order of
+ * presentation; what an edit list hides and AVI chunks without bytes are no
+ * frames. The index is built once, at opening: from the file's header where that
+ * proves right, else by reading the file once (Matroska, fragments, a lost index,
+ * codecs other than JPEG). Thread-safe: frames that are JPEG in the file are read
+ * without a lock, others are made one at a time. `int` results are 0 or -1 unless
+ * said otherwise; zvGetError tells why and names the file.
+ *
+ * No other file or address that a movie names is ever opened. The first opening
+ * silences the log of FFmpeg's libraries, which is one for the whole process. */
 #ifndef KIV_PLATFORM_RK_H
 #define KIV_PLATFORM_RK_H
 
@@ -34,12 +41,18 @@ KIV_API int rkGetImageWidth(RKtrack track); /* pixels; -1 on failure */
 KIV_API int rkGetImageHeight(RKtrack track); /* pixels; -1 on failure */
 KIV_API int rkGetImageInterlacing(RKtrack track);
 
-/* Bytes of frame `index` as JPEG; -1 outside [0, length). */
+/* Bytes of frame `index` as JPEG; -1 outside [0, length), and for a frame that the
+ * file does not hold whole. A frame of another codec is made by this call, and
+ * kept for the read that follows. */
 KIV_API int rkGetCompressedImageSize(RKtrack track, int index);
-/* Upper bound over all frames, bytes; -1 on failure. */
+/* Upper bound over all frames, bytes; -1 on failure. The largest frame itself
+ * where frames are JPEG; for other codecs 6 bytes a pixel, which no frame made
+ * here exceeds. */
 KIV_API int rkGetLargestCompressedImageSize(RKtrack track);
 /* Reads at most `size` bytes of frame `index` as JPEG to `addr`. Frames that are
- * JPEG in the file come from it straight; others are decoded and encoded again. */
+ * JPEG in the file come from it straight; others are decoded and encoded again,
+ * at high quality, full range and the colour matrix of JPEG. After a failure the
+ * bytes at `addr` mean nothing. */
 KIV_API int rkReadCompressedImage(RKtrack track, int index, int size, void* addr);
 
 typedef struct RKtrackInfo {

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-// A movie made once a build folder by `ffmpeg <arguments> <file>`; its path. The
+// A movie made once, for all builds in this tree, by `ffmpeg <arguments> <file>`; its path. The
 // name gives the container (`bars.mov`). Fails the test when ffmpeg does.
 std::string clip(const std::string& name, const std::string& arguments);
 

@@ -98,6 +98,25 @@ TEST(decodedFrames, AreDescribedAsTheyAre)
     EXPECT_EQ(OpenMovie(clip("fields.mp4", moving + h264 + fields)).info.interlacing, RK_INTERLACING_TOP_FIRST);
 }
 
+// JPEG has one colour matrix; HD movies have another.
+TEST(decodedFrames, KeepTheirColours)
+{
+    const auto rgb = [](const std::string& movie, const std::string& format) {
+        const std::string raw = scratchFolder() + "/rgb.raw";
+        EXPECT_EQ(runCommand("ffmpeg -v error -y " + format + " -i '" + movie
+                             + "' -frames:v 1 -pix_fmt rgb24 -f rawvideo " + raw),
+                  "");
+        return readFile(raw);
+    };
+    const std::string tagged = " -vf scale=out_color_matrix=bt709,format=yuv444p -colorspace bt709";
+    for (const std::string& more : {tagged, tagged + " -color_range pc", std::string()}) {
+        const std::string path
+            = clip("colours.mkv", "-f lavfi -i smptebars=size=160x96 -frames:v 1" + more + " -c:v ffv1");
+        writeFile(scratchFolder() + "/colours.mjpeg", OpenMovie(path).frame(0));
+        EXPECT_GT(psnr(rgb(scratchFolder() + "/colours.mjpeg", "-f mjpeg"), rgb(path, "")), 38) << more;
+    }
+}
+
 TEST(decodedFrames, NoiseStaysBelowTheLargestSize)
 {
     const std::string noise = "-f lavfi -i nullsrc=size=96x64:rate=25 -frames:v 3 -vf "

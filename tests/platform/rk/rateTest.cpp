@@ -19,8 +19,7 @@ std::string mjpegAt(const std::string& rate, int frames)
 
 TEST(frameRate, IsExactInEachContainer)
 {
-    const std::pair<int, int> rates[]
-        = {{24, 1}, {24000, 1001}, {25, 1}, {30000, 1001}, {50, 1}, {60000, 1001}, {15, 1}, {12, 1}};
+    const std::pair<int, int> rates[] = {{12, 1}, {24000, 1001}, {25, 1}, {60000, 1001}};
     for (const auto& rate : rates) {
         for (const char* name : {"rate.mov", "rate.avi", "rate.mp4", "rate.mkv"}) {
             for (int frames : {2, 40}) {
