@@ -34,7 +34,7 @@ bool makeClip()
 {
     if (access(defaultClip.c_str(), R_OK) == 0)
         return true;
-    const std::string source = "-f lavfi -i testsrc2=size=1920x1080:rate=30,noise=alls=18:allf=t -frames:v 300";
+    const std::string source = "-f lavfi -i testsrc2=size=1920x1080:rate=30,noise=alls=9:allf=t -frames:v 300";
     const std::string command
         = "ffmpeg -nostdin -v error -y " + source + " -c:v mjpeg -q:v 5 -pix_fmt yuvj422p " + defaultClip;
     return system(command.c_str()) == 0;

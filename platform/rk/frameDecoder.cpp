@@ -25,7 +25,7 @@ int FrameDecoder::open(const MovieFile& file)
     codec_.reset(avcodec_alloc_context3(decoder));
     if (!codec_ || avcodec_parameters_to_context(codec_.get(), parameters()) < 0)
         throw std::bad_alloc();
-    codec_->thread_count = 2;
+    codec_->thread_count = 1;  // a frame asked for out of order then waits for no other
     codec_->max_pixels = (long long)kivLimits()->imageWidth * kivLimits()->imageHeight;
     const int result = avcodec_open2(codec_.get(), decoder, nullptr);
     if (result < 0)
