@@ -28,11 +28,12 @@ int kivReader::arm()
     return kivErrNone;
 }
 
-// Starts the reader thread; its id, or -1. Loop thread. The order against ended()
+// Starts the reader thread; its id, or -1. Loop thread. The order against retire()
 // makes sure that the id of a reader which is over already does not stay behind.
 int kivReader::run(void (*entry)(void*), void* node)
 {
     alive_.store(1);
+    left_.store(0);
     joinID_ = threadStart(entry, node);
     kivShared(node_.readerID).store(joinID_);
     if (joinID_ < 0)
@@ -43,14 +44,20 @@ int kivReader::run(void (*entry)(void*), void* node)
 }
 
 // Ends the reader and waits for it; nothing when there is none. Loop thread. The
-// reader may be waiting for the lock: that wait is interrupted.
+// reader may be waiting for the lock: that wait is interrupted. On the reader itself
+// it only asks.
 void kivReader::end()
 {
     if (joinID_ < 0)
         return;
     threadKill(joinID_, kivStopSignal);
+    if (threadSelf() == joinID_)
+        return;
     kivShared(node_.readerID).store(-1);
-    threadWait(joinID_, nullptr);
+    // A thread of the layer that is asked to end itself waits for no other; the
+    // reader must have left the node all the same.
+    if (threadWait(joinID_, nullptr) != 0)
+        left_.wait(0);
     joinID_ = -1;
 }
 
@@ -179,7 +186,7 @@ bool kivReader::waitTaken()
     return true;
 }
 
-// Frees the buffer that was being filled. Reader thread, on every road to its end.
+// Frees the buffer that was being filled. Reader thread.
 void kivReader::drop()
 {
     if (node_.readBuffer != nullptr)
@@ -187,11 +194,21 @@ void kivReader::drop()
     node_.readBuffer = nullptr;
 }
 
-// Says that the reader reads no more. Reader thread, as its last word about the node.
-void kivReader::ended()
+// Gives the buffer that was being filled back and says that the reader reads no
+// more. Reader thread, on every road to its end.
+void kivReader::retire()
 {
+    drop();
     alive_.store(0);
     kivShared(node_.readerID).store(-1);
+}
+
+// Reader thread, as its last touch of the node: from here on it may be destroyed.
+void kivReader::leave()
+{
+    retire();
+    left_.store(1);
+    left_.notify_all();
 }
 
 void kivFreeSemaphore(yqsema_t*& semaphore)

@@ -50,7 +50,8 @@ public:
     int publish();
     bool waitTaken();
     void drop();
-    void ended();
+    void retire();
+    void leave();
 
     // Thread-safe.
     int alive() const { return alive_.load(); }
@@ -67,6 +68,7 @@ private:
     yqsema_t* armed_ = nullptr;
     std::atomic<std::thread::id> handler_{};  // the thread between begin and finish
     std::atomic<int> alive_{0};
+    std::atomic<int> left_{0};
     std::atomic<long long> published_{0};
     std::atomic<long long> dropped_{0};  // published, and never taken by the loop
     yqsema_t* taken_ = nullptr;  // what waitTaken sleeps on; made when first needed

@@ -22,7 +22,6 @@ kivMovieIn::kivMovieIn()
 kivMovieIn::~kivMovieIn()
 {
     endReader();
-    reader_.drop();
     reader_.reset();
     kivFreeSemaphore(currentLock);
     if (poolParams != nullptr)

@@ -27,8 +27,7 @@ void kivMovieIn::readLoop()
         if (rc != kivErrNone)
             qtnnap(1);  // a frame that fails at once must not make this loop spin
     }
-    reader_.drop();
-    reader_.ended();
+    reader_.leave();
 }
 
 // One frame into readBuffer; 4005 when the right one has been handed over already.

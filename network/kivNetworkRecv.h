@@ -67,7 +67,6 @@ private:
     bool publish();
     bool mayGoOn();
     bool giveUp(const char* line);
-    void retire();
 
     kivReader reader_;
 };

@@ -13,7 +13,7 @@ void kivNetworkRecv::readLoop()
         if (!waitForMessage() || !readMessage())
             break;
     }
-    retire();
+    reader_.leave();
 }
 
 // Waits until a message arrives. A connection without a descriptor is left to the
@@ -101,7 +101,7 @@ bool kivNetworkRecv::mayGoOn()
     if (isStarted())
         return true;
     kivTrace("I should stop \n");
-    retire();
+    reader_.retire();
     return false;
 }
 
@@ -111,13 +111,6 @@ bool kivNetworkRecv::giveUp(const char* line)
 {
     if (!stopRequested())
         kivPrintError("%s", line);
-    retire();
+    reader_.retire();
     return false;
-}
-
-// Gives the buffer back and says that there is no reader any more.
-void kivNetworkRecv::retire()
-{
-    reader_.drop();
-    reader_.ended();
 }

@@ -89,7 +89,7 @@ TEST_F(MovieFile, PlaysInOrderInStepWithTheClockAndHoldsItsEnd)
 
 TEST_F(MovieFile, FramesOfOtherCodecsComeAsJPEG)
 {
-    ASSERT_NO_FATAL_FAILURE(open(clip("coded.mp4", testPattern("64x48", "25", 10) + " -c:v libx264 -pix_fmt yuv420p")));
+    ASSERT_NO_FATAL_FAILURE(open(clip("coded.mov", testPattern("64x48", "25", 10) + " -c:v qtrle")));
     ASSERT_EQ(movie.start(1), kivErrNone);
     ASSERT_EQ(serve(movie), kivErrNone);
     EXPECT_EQ(sink.frames.at(0).substr(0, 2), "\xff\xd8");

@@ -2,9 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 #include "tests/movie/movieFakes.h"
@@ -451,6 +453,38 @@ TEST_F(MovieReader, AThousandLivesLeaveNoDescriptorThreadOrBuffer)
     EXPECT_EQ(openDescriptors(), descriptors);
     EXPECT_EQ(runningThreads(), threads);
     EXPECT_EQ(zvBufferGetPoolFree(pool.pool), 4);
+}
+
+// A loop on a thread of the layer that is asked to end: its waits are cut short, but
+// not the one for the reader.
+TEST_F(MovieReader, IsNeverDestroyedUnderItsReader)
+{
+    struct Loop {
+        PoolFixture& pool;
+        std::atomic<int> inFrame{0}, left{0}, leftBeforeTheNode{-1};
+    } loop{pool};
+    const auto body = [](void* argument) {
+        Loop& state = *static_cast<Loop*>(argument);
+        {
+            FakeMovie one(state.pool);
+            one.onTime = [&](long long) {
+                state.inFrame = 1;
+                untilStopped();
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));  // a frame that takes its time
+                ++one.numbered;
+                state.left = 1;
+                return int(kivErrFrameNotYet);
+            };
+            one.start(0);
+            untilStopped();
+        }
+        state.leftBeforeTheNode = state.left.load();
+    };
+    const int thread = threadStart(body, &loop);
+    ASSERT_TRUE(eventually([&] { return loop.inFrame == 1; }));
+    threadKill(thread, 15);
+    threadWait(thread, nullptr);
+    EXPECT_EQ(loop.leftBeforeTheNode, 1);
 }
 
 TEST_F(MovieReader, AnExhaustedPoolHoldsTheReaderBackUntilAFrameIsFreed)

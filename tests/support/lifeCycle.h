@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "tests/support/fakeNode.h"
 
@@ -38,6 +39,7 @@ protected:
         setTrace(0);
         kivObj arenaMaker;  // so that the arena's descriptor is not counted as a node's
         LifeCycleOf<Node>::setup(*LifeCycleOf<Node>::make());  // nor what a service opens once
+        std::thread([] { }).join();  // a sanitizer adds a thread of its own with the first
         descriptors_ = openDescriptors();
         threads_ = runningThreads();
     }
