@@ -1,13 +1,9 @@
-// ffmpeg.h - the C headers of FFmpeg's libraries, and owners for what they hand out.
+// ffmpeg.h - FFmpeg's libraries, and owners for what they hand out.
 #pragma once
 
-extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavformat/avformat.h>
-#include <libswscale/swscale.h>
-}
-
 #include <memory>
+
+#include "platform/rk/ffmpegCalls.h"
 
 namespace kiv::rk {
 

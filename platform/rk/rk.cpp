@@ -3,6 +3,7 @@
 
 #include <new>
 
+#include "platform/rk/ffmpegCalls.h"
 #include "platform/rk/internal.h"
 #include "platform/rk/movie.h"
 #include "platform/support/error.h"
@@ -74,6 +75,8 @@ int openFile(const char* name, int mode, RKmovie* movie)
     *movie = nullptr;
     if (mode != 0)
         return recordError(ZV_ERROR_ARGUMENT, "mode %d: movies are opened for reading, mode 0", mode);
+    if (loadFfmpeg() != 0)
+        return -1;
     return guarded([&] {
         std::unique_ptr<Movie> opened = openMovie(name);
         if (opened)
