@@ -54,6 +54,11 @@ public:
     ZVbuffer readBuffer = nullptr;  // the one that the reader fills
     int packing = ZV_IMAGE_PACKING_CbYCrY;  // what a buffer has room for
 
+protected:
+    // Reader thread, in an operation of the connection: waits until the loop has taken
+    // the last frame, for receivers that lose none. False on a stop request.
+    bool waitTaken() { return reader_.waitTaken(); }
+
 private:
     int frameBytes();
     int makePool();
