@@ -41,6 +41,10 @@ protected:
     {
         for (;;) {
             const KPEvent event = rig.next();
+            if (event.reason == 0) {
+                ADD_FAILURE() << "no event comes any more";
+                return -1;
+            }
             lost += event.reason == KPSequenceLost ? event.count : 0;
             if (event.reason != KPTransferComplete)
                 continue;
@@ -104,6 +108,18 @@ TEST_F(kpFaultyCamera, IsGoneOnceAndComesBackWhenItIsOpenedAgain)
     lost = taken = 0;
     begin("");
     EXPECT_EQ(nextNumber(), 0);
+}
+
+TEST_F(kpFaultyCamera, BeginsAgainOnTheSamePathOnceItIsBack)
+{
+    begin("unplug 0; return 20");
+    EXPECT_EQ(rig.next().reason, KPDeviceEvent);
+    EXPECT_EQ(rig.end(), 0);
+    EXPECT_EQ(rig.faults(""), 0);
+    while (rig.begin() != 0)
+        poll(nullptr, 0, 1);
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(nextNumber(), i);
 }
 
 TEST_F(kpFaultyCamera, StaysAwayWithoutAWordOfReturning)
