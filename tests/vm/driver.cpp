@@ -1,0 +1,261 @@
+// driver.cpp - see driver.h.
+#include "tests/vm/driver.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdarg>
+#include <cstring>
+
+const char* const captureFile = "/dev/video0";
+const char* const outputFile = "/dev/video1";
+
+DriverHand hand;
+
+namespace {
+
+using Ioctl = int (*)(int, unsigned long, ...);
+
+int driverCall(int fd, unsigned long request, void* argument)
+{
+    static const Ioctl real = reinterpret_cast<Ioctl>(dlsym(RTLD_NEXT, "ioctl"));
+    return real(fd, request, argument);
+}
+
+bool refused(uint32_t fourcc)
+{
+    return std::find(hand.refusedFormats.begin(), hand.refusedFormats.end(), fourcc) != hand.refusedFormats.end();
+}
+
+int refuse(int error)
+{
+    errno = error;
+    return -1;
+}
+
+}  // namespace
+
+// In place of the system's: the library's calls come here too.
+extern "C" __attribute__((visibility("default"))) int ioctl(int fd, unsigned long request, ...) noexcept
+{
+    va_list list;
+    va_start(list, request);
+    void* const argument = va_arg(list, void*);
+    va_end(list);
+    if (request == hand.failingRequest && hand.failing > 0) {
+        --hand.failing;
+        return refuse(hand.failure);
+    }
+    if (request == VIDIOC_S_FMT && refused(static_cast<v4l2_format*>(argument)->fmt.pix.pixelformat))
+        return refuse(EINVAL);
+    if (request == VIDIOC_REQBUFS && hand.refuseUserPointers
+        && static_cast<v4l2_requestbuffers*>(argument)->memory == V4L2_MEMORY_USERPTR)
+        return refuse(EINVAL);
+    if (request == VIDIOC_QBUF) {
+        const auto memory = static_cast<v4l2_buffer*>(argument)->memory;
+        hand.queuedUserPointers += memory == V4L2_MEMORY_USERPTR;
+        hand.queuedMapped += memory == V4L2_MEMORY_MMAP;
+    }
+    const int result = driverCall(fd, request, argument);
+    if (request == VIDIOC_DQBUF && result == 0)
+        hand.fields.push_back(static_cast<v4l2_buffer*>(argument)->field);
+    return result;
+}
+
+namespace {
+
+uint32_t controlId(int fd, const char* name)
+{
+    v4l2_queryctrl query = {};
+    query.id = V4L2_CTRL_FLAG_NEXT_CTRL;
+    for (; driverCall(fd, VIDIOC_QUERYCTRL, &query) == 0; query.id |= V4L2_CTRL_FLAG_NEXT_CTRL)
+        if (strcmp(reinterpret_cast<const char*>(query.name), name) == 0)
+            return query.id;
+    return 0;
+}
+
+}  // namespace
+
+bool hasDriverControl(const char* file, const char* name)
+{
+    const int fd = open(file, O_RDWR | O_CLOEXEC);
+    const bool found = controlId(fd, name) != 0;
+    close(fd);
+    return found;
+}
+
+void setDriver(const char* file, const char* name, int value)
+{
+    const int fd = open(file, O_RDWR | O_CLOEXEC);
+    v4l2_control control = {controlId(fd, name), value};
+    EXPECT_TRUE(control.id != 0 && driverCall(fd, VIDIOC_S_CTRL, &control) == 0) << name << ": " << strerror(errno);
+    close(fd);
+}
+
+std::string lastWords()
+{
+    char detail[ZV_ERROR_DETAIL_MAX] = "";
+    zvGetError(nullptr, detail);
+    return detail;
+}
+
+TestPath::TestPath(const char* jack, bool output) : server_(kpOpenVideo(""))
+{
+    KPDevList list = {};
+    kpGetDeviceList(server_, &list);
+    int video = -1;
+    for (int d = 0; d < list.numDevices; ++d)
+        for (int n = 0; n < list.devices[d].numNodes; ++n) {
+            const KPNodeDesc& node = list.devices[d].nodes[n];
+            if (node.type == (output ? KP_TYPE_DRAIN : KP_TYPE_SOURCE) && strstr(node.name, jack) != nullptr)
+                video = node.id;
+        }
+    node_ = kpGetNode(server_, output ? KP_TYPE_SOURCE : KP_TYPE_DRAIN, KP_KIND_MEMORY, KP_ANY);
+    path_ = output ? kpCreatePath(server_, KP_ANY, node_, video) : kpCreatePath(server_, KP_ANY, video, node_);
+    taken_ = path_ > 0 && kpSetupPaths(server_, &path_, 1, 2, 2) == 0;
+    kpSelectEvents(server_, path_, KP_EVENTS_ALL);
+}
+
+TestPath::~TestPath()
+{
+    kpDestroyPath(server_, path_);
+    if (pool != nullptr) {
+        ZVpoolLedger ledger = {};
+        zvBufferGetPoolLedger(pool, &ledger);
+        EXPECT_EQ(ledger.free, ledger.count) << "a buffer is missing";
+        zvBufferDestroyPool(pool);
+    }
+    kpCloseVideo(server_);
+}
+
+int TestPath::set(int control, int value)
+{
+    KPControlValue setting = {};
+    setting.intVal = value;
+    return kpSetControl(server_, path_, node_, control, &setting);
+}
+
+int TestPath::setSize(int width, int height)
+{
+    KPControlValue setting = {};
+    setting.xyVal = {width, height};
+    return kpSetControl(server_, path_, node_, KP_CONTROL_SIZE, &setting);
+}
+
+int TestPath::setRate(int numerator, int denominator)
+{
+    KPControlValue setting = {};
+    setting.fractVal = {numerator, denominator};
+    return kpSetControl(server_, path_, node_, KP_CONTROL_RATE, &setting);
+}
+
+int TestPath::setZoom(int numerator, int denominator)
+{
+    KPControlValue setting = {};
+    setting.fractVal = {numerator, denominator};
+    return kpSetControl(server_, path_, node_, KP_CONTROL_ZOOM, &setting);
+}
+
+KPControlValue TestPath::get(int control) const
+{
+    KPControlValue value = {};
+    EXPECT_EQ(kpGetControl(server_, path_, node_, control, &value), 0) << control;
+    return value;
+}
+
+std::string TestPath::size() const
+{
+    const KPControlValue value = get(KP_CONTROL_SIZE);
+    return std::to_string(value.xyVal.x) + "x" + std::to_string(value.xyVal.y);
+}
+
+std::string TestPath::rate() const
+{
+    const KPControlValue value = get(KP_CONTROL_RATE);
+    return std::to_string(value.fractVal.numerator) + "/" + std::to_string(value.fractVal.denominator);
+}
+
+void TestPath::makePool(int more)
+{
+    ZVparams* params = nullptr;
+    ASSERT_EQ(zvParamsCreate(&params), 0);
+    ASSERT_EQ(zvBufferSetPoolDefaults(params, 1, bytes(), 0, 0), 0);
+    ASSERT_EQ(kpZVPoolGetParams(server_, path_, node_, params), 0);
+    zvParamsSetInt(params, ZV_BUFFER_COUNT, zvParamsGetInt(params, ZV_BUFFER_COUNT) + more);
+    ASSERT_EQ(zvBufferCreatePool(params, &pool), 0);
+    zvParamsDestroy(params);
+    ASSERT_EQ(kpZVPoolRegister(server_, path_, node_, pool), 0) << lastWords();
+}
+
+KPEvent TestPath::next(int ms)
+{
+    int fd = -1;
+    kpPathGetFD(server_, path_, &fd);
+    pollfd polled = {fd, POLLIN, 0};
+    KPEvent event = {};
+    if (poll(&polled, 1, ms) <= 0 || kpEventRecv(server_, path_, &event) != 0)
+        return {};
+    lost += event.reason == KPSequenceLost ? event.count : 0;
+    errors += event.reason == KPTransferError ? int(event.count) : 0;
+    shown += event.reason == KPTransferComplete;
+    return event;
+}
+
+KPEvent TestPath::until(int reason, int ms)
+{
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+    for (;;) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+        const KPEvent event = next(std::max(int(left.count()), 0));
+        if (event.reason != reason && left.count() <= 0)
+            return {};
+        if (event.reason == reason || event.reason == 0)
+            return event;
+    }
+}
+
+ZVbuffer TestPath::frame(int ms)
+{
+    KPEvent event = until(KPTransferComplete, ms);
+    ZVbuffer buffer = nullptr;
+    if (event.reason != 0 && kpEventToZVBuffer(&event, &buffer) != 0)
+        ADD_FAILURE() << lastWords();
+    return buffer;
+}
+
+std::vector<uint8_t> TestPath::picture()
+{
+    ZVbuffer buffer = frame();
+    EXPECT_NE(buffer, nullptr) << "no frame";
+    if (buffer == nullptr)
+        return {};
+    const auto* data = static_cast<const uint8_t*>(zvBufferMapData(buffer));
+    std::vector<uint8_t> copy(data, data + zvBufferGetSize(buffer));
+    zvBufferFree(buffer);
+    return copy;
+}
+
+bool TestPath::captureInARow(int count, int most)
+{
+    stamps.clear();
+    for (int i = 0; i < most && int(stamps.size()) < count; ++i) {
+        ZVbuffer buffer = frame();
+        if (buffer == nullptr)
+            return false;
+        const USTMSCpair stamp = zvBufferGetUSTMSCpair(buffer);
+        if (zvBufferGetSize(buffer) != bytes())
+            ADD_FAILURE() << "a frame of " << zvBufferGetSize(buffer) << " bytes";
+        zvBufferFree(buffer);
+        if (!stamps.empty() && stamp.msc != stamps.back().msc + 1)
+            stamps.clear();
+        stamps.push_back(stamp);
+    }
+    return int(stamps.size()) == count;
+}
