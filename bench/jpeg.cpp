@@ -2,7 +2,8 @@
 //
 // The same frames for both, alternating in one run; CPU time of the whole
 // process, so that queues, wake-ups and buffers of the service are in it. The
-// ratio is the median of those of single rounds. Usage: bench_jpeg [rounds] [limit|scale|quality]
+// ratio is the median of those of single rounds. Usage:
+// bench_jpeg [rounds] [all|limit|scale|quality] [file of 8 raw frames]
 #include <poll.h>
 #include <time.h>
 
@@ -310,13 +311,23 @@ struct Clip {
     std::vector<Bytes> jpegs;
 };
 
-Clip makeClip()
+// Raw frames that another program made.
+Bytes readFrame(FILE* from)
+{
+    Bytes frame(size_t(width) * height * 2);
+    if (fread(frame.data(), 1, frame.size(), from) == frame.size())
+        return frame;
+    fprintf(stderr, "the file of frames holds fewer than %d\n", numFrames);
+    exit(1);
+}
+
+Clip makeClip(FILE* from)
 {
     Clip clip;
     BareEncoder encoder(width, height, quality, JDCT_ISLOW);
     size_t total = 0;
     for (int i = 0; i < numFrames; ++i) {
-        clip.frames.push_back(makeFrame(i));
+        clip.frames.push_back(from != nullptr ? readFrame(from) : makeFrame(i));
         const size_t size = encoder.encode(clip.frames.back().data());
         clip.jpegs.emplace_back(encoder.jpeg(), encoder.jpeg() + size);
         total += size;
@@ -356,8 +367,15 @@ void compareWithLimits(const Clip& clip, int rounds)
 int main(int argc, char** argv)
 {
     const int rounds = argc > 1 ? atoi(argv[1]) : 15;
-    const auto asked = [argc, argv](const char* part) { return argc < 3 || strcmp(argv[2], part) == 0; };
-    const Clip clip = makeClip();
+    const auto asked = [argc, argv](const char* part) {
+        return argc < 3 || strcmp(argv[2], "all") == 0 || strcmp(argv[2], part) == 0;
+    };
+    FILE* const from = argc > 3 ? fopen(argv[3], "rb") : nullptr;
+    if (argc > 3 && from == nullptr) {
+        perror(argv[3]);
+        return 1;
+    }
+    const Clip clip = makeClip(from);
     if (asked("limit"))
         compareWithLimits(clip, rounds);
     if (asked("scale")) {
