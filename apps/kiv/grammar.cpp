@@ -33,6 +33,22 @@ constexpr Member recvMembers[] = {
     flag("once", "end when the peer has gone, instead of waiting for the next"),
     flag("lossless", "take every frame; a slow graph then holds the sender up"),
 };
+constexpr Member videoMembers[] = {
+    {"jack", MemberType::suffix, false, false, 0, 0, "", "", "part of an input's name; 'kiv devices' lists them"},
+    {"size", MemberType::size, false, false, 0, 0, "pixels", "", "of the pictures; without it what the device has"},
+    {"rate", MemberType::fraction, false, false, 0, 0, "frames/s", "", "without it what the device has"},
+    flag("free", "built-in cameras: as fast as the graph takes pictures"),
+    {"clip", MemberType::file, false, false, 0, 0, "", "",
+     "movie, .y4m or .uyvy file that the built-in clip camera plays"},
+    {"faults", MemberType::word, false, false, 0, 0, "", "", "fault script of a built-in camera, for tests"},
+};
+constexpr Member videooutMembers[] = {
+    {"jack", MemberType::suffix, false, false, 0, 0, "", "", "part of an output's name; 'kiv devices' lists them"},
+    {"record", MemberType::path, false, false, 0, 0, "", "", "built-in monitor: .y4m file of what was shown"},
+};
+constexpr Member checkMembers[] = {
+    {"keep", MemberType::path, false, false, 0, 0, "", "", "a .png or .ppm of one picture in a hundred"},
+};
 constexpr Member jpegencMembers[] = {
     {"quality", MemberType::integer, false, false, 0, 100, "", "75", "0 smallest to 100 best"},
 };
@@ -54,11 +70,16 @@ constexpr Member sendMembers[] = {
 constexpr NodeKind kinds[] = {
     {"movie", NodeRole::source, movieMembers, "plays a movie file; its frames come out as JPEG"},
     {"recv", NodeRole::source, recvMembers, "receives what 'send' sends"},
+    {"video", NodeRole::source, videoMembers, "captures from a camera; 'video:pattern' is the built-in one"},
     {"jpegdec", NodeRole::filter, {}, "JPEG to pictures, in the packing that the next node wants"},
     {"jpegenc", NodeRole::filter, jpegencMembers, "pictures to JPEG"},
     {"convert", NodeRole::filter, convertMembers, "pictures to another packing"},
     {"file", NodeRole::sink, fileMembers, "writes files"},
     {"send", NodeRole::sink, sendMembers, "sends to a 'recv', here or on another machine"},
+    {"videoout", NodeRole::sink, videooutMembers,
+     "plays out to a video output; 'videoout:monitor' is the built-in one"},
+    {"check", NodeRole::sink, checkMembers,
+     "reads the number in the built-in camera's picture: is each frame the right one?"},
     {"null", NodeRole::sink, {}, "takes frames and does nothing with them"},
 };
 
@@ -134,6 +155,8 @@ const char* valueWord(MemberType type)
 
 std::string usageOf(const Member& member)
 {
+    if (member.type == MemberType::suffix)
+        return text("[:%s]", member.name);
     std::string word = member.name;
     if (!member.positional && member.type != MemberType::flag)
         word += std::string("=") + valueWord(member.type);
@@ -188,7 +211,7 @@ std::string usageOf(const NodeKind& kind)
 {
     std::string usage = kind.name;
     for (const Member& member : kind.members)
-        usage += " " + usageOf(member);
+        usage += (member.type == MemberType::suffix ? "" : " ") + usageOf(member);
     return usage;
 }
 

@@ -15,6 +15,8 @@ enum class MemberType {
     file,  // a file that must exist
     path,  // a file to be written
     url,  // tcp://host:port or unix:path
+    word,  // any text
+    suffix,  // any text, written behind the node's name and a colon
 };
 
 // What a node takes besides its name. A positional member is required and stands

@@ -3,10 +3,12 @@
 
 #include <cstring>
 
+#include "apps/kiv/checkPart.h"
 #include "apps/kiv/filterParts.h"
 #include "apps/kiv/sinkParts.h"
 #include "apps/kiv/sourceParts.h"
 #include "apps/kiv/text.h"
+#include "apps/kiv/videoParts.h"
 
 std::string GraphPart::place() const { return text("node %d '%s'", text_.number, text_.kind->name); }
 
@@ -27,6 +29,12 @@ std::unique_ptr<GraphPart> makePart(const NodeText& nodeText)
         return std::make_unique<FilePart>(nodeText);
     if (kind == "send")
         return std::make_unique<SendPart>(nodeText);
+    if (kind == "video")
+        return std::make_unique<VideoPart>(nodeText);
+    if (kind == "videoout")
+        return std::make_unique<VideoOutPart>(nodeText);
+    if (kind == "check")
+        return std::make_unique<CheckPart>(nodeText);
     return std::make_unique<NullPart>(nodeText);
 }
 

@@ -132,6 +132,9 @@ std::string checkValue(const Member& member, Value* value)
         return value->text.empty() ? "is empty" : "";
     case MemberType::url:
         return checkUrl(*value);
+    case MemberType::word:
+    case MemberType::suffix:
+        return "";
     }
     return "";
 }
@@ -176,7 +179,8 @@ void readMember(NodeText* node, const Word& word)
     size_t equals = word.quoted && word.text.find('=') == std::string::npos ? std::string::npos : word.text.find('=');
     std::string name = word.text.substr(0, equals);
     int index = findMember(*node->kind, name);
-    bool named = index >= 0 && !node->kind->members[size_t(index)].positional;
+    bool named = index >= 0 && !node->kind->members[size_t(index)].positional
+        && node->kind->members[size_t(index)].type != MemberType::suffix;
     bool isFlag = named && node->kind->members[size_t(index)].type == MemberType::flag;
 
     if (named && isFlag && equals != std::string::npos)
@@ -205,11 +209,21 @@ void fillDefaults(NodeText* node)
     }
 }
 
+// What stands behind the colon of a node's name.
+void readSuffix(NodeText* node, const Word& name, size_t colon)
+{
+    for (size_t i = 0; i < node->kind->members.size(); ++i)
+        if (node->kind->members[i].type == MemberType::suffix)
+            return storeValue(node, int(i), name.text.substr(colon + 1), name.where);
+    throw GraphError(node->number, node->kind->name, name.where, "takes no name behind a colon");
+}
+
 NodeText readNode(const std::vector<Word>& words, size_t begin, size_t end, int number)
 {
     const Word& name = words[begin];
+    const size_t colon = name.text.find(':');
     NodeText node;
-    node.kind = findNodeKind(name.text);
+    node.kind = findNodeKind(name.text.substr(0, colon));
     node.number = number;
     node.where = {name.where.begin, words[end - 1].where.end};
     if (node.kind == nullptr) {
@@ -219,6 +233,8 @@ NodeText readNode(const std::vector<Word>& words, size_t begin, size_t end, int 
                                       : "no such node; did you mean '" + near + "'?");
     }
     node.values.resize(node.kind->members.size());
+    if (colon != std::string::npos)
+        readSuffix(&node, name, colon);
     for (size_t i = begin + 1; i < end; ++i)
         readMember(&node, words[i]);
     fillDefaults(&node);
@@ -230,13 +246,13 @@ void checkOrder(const std::vector<NodeText>& nodes)
     for (const NodeText& node : nodes) {
         bool first = node.number == 1, last = size_t(node.number) == nodes.size();
         if (first && node.kind->role != NodeRole::source)
-            throw GraphError(node, "a graph begins with a source: movie or recv");
+            throw GraphError(node, "a graph begins with a source: movie, recv or video");
         if (!first && node.kind->role == NodeRole::source)
             throw GraphError(node, "is a source and can only stand first");
         if (!last && node.kind->role == NodeRole::sink)
             throw GraphError(node, "is a sink; nothing can stand behind it");
         if (last && node.kind->role != NodeRole::sink)
-            throw GraphError(node, "a graph ends with a sink: file, send or null");
+            throw GraphError(node, "a graph ends with a sink: file, send, videoout, check or null");
     }
 }
 

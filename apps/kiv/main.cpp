@@ -4,6 +4,8 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 
+#include "apps/kiv/demo.h"
+#include "apps/kiv/devices.h"
 #include "apps/kiv/graphText.h"
 #include "apps/kiv/probe.h"
 #include "apps/kiv/run.h"
@@ -26,6 +28,8 @@ Examples:
   kiv run 'movie clip.mov every ! jpegdec ! file picture-%03d.png' --frames 3
   kiv run 'recv tcp://:5000 size=1280x720 once ! jpegdec ! file out.y4m'
   kiv run 'movie clip.mov ! send tcp://localhost:5000'
+  kiv run 'video:pattern size=1280x720 rate=30 ! jpegenc ! send tcp://localhost:5000'
+  kiv run 'video ! videoout:monitor record=seen.y4m' --seconds 5
   kiv run 'movie clip.mov loop ! jpegdec ! jpegenc quality=50 ! send tcp://localhost:5000' --seconds 1m30s
 
 kiv ends with 0 when all went well, 1 when something failed while the graph ran
@@ -51,7 +55,15 @@ struct CommandLine {
     std::string seconds, file;
     RunOptions run;
     bool probeJson = false;
+    bool devicesJson = false;
+    DemoOptions demo;
 };
+
+std::string checkSeconds(const std::string& word)
+{
+    double seconds;
+    return parseSeconds(word, &seconds) ? "" : "'" + word + "' is no length of time; write 10 or 1m30s";
+}
 
 CLI::App* addRun(CLI::App& app, CommandLine* line)
 {
@@ -59,15 +71,27 @@ CLI::App* addRun(CLI::App& app, CommandLine* line)
     run->add_option("GRAPH", line->graph, "the graph; 'kiv help' describes it")->required();
     run->add_option("--frames", line->run.frames, "end when that many frames have reached the sink")
         ->check(CLI::PositiveNumber);
-    run->add_option("--seconds", line->seconds, "end after that time: 10, 2.5, 90s, 1m30s")
-        ->check([](const std::string& word) {
-            double seconds;
-            return parseSeconds(word, &seconds) ? "" : "'" + word + "' is no length of time; write 10 or 1m30s";
-        });
+    run->add_option("--seconds", line->seconds, "end after that time: 10, 2.5, 90s, 1m30s")->check(checkSeconds);
     run->add_flag("--status", line->run.status, "a status line each second also without a terminal");
     run->add_flag("--json", line->run.json, "the summary as one JSON object");
     run->add_flag("--trace", line->run.trace, "show the nodes' own lines");
     return run;
+}
+
+CLI::App* addDemo(CLI::App& app, CommandLine* line)
+{
+    CLI::App* demo = app.add_subcommand("demo", "show it working: camera, JPEG, TCP, JPEG, check; ten seconds");
+    demo->add_option("--seconds", line->seconds, "how long: 10, 2.5, 90s, 1m30s")->check(checkSeconds);
+    demo->add_option("--out", line->demo.folder, "folder for the pictures left behind")->capture_default_str();
+    demo->add_flag("--json", line->demo.json, "the summary as one JSON object");
+    return demo;
+}
+
+int startDemo(CommandLine& line)
+{
+    if (!line.seconds.empty())
+        parseSeconds(line.seconds, &line.demo.seconds);
+    return runDemo(line.demo);
 }
 
 int startRun(CommandLine& line)
@@ -98,6 +122,9 @@ int main(int argc, char** argv)
     CLI::App* probe = app.add_subcommand("probe", "describe a movie file");
     probe->add_option("FILE", line.file, "the movie")->required();
     probe->add_flag("--json", line.probeJson, "as one JSON object");
+    CLI::App* devices = app.add_subcommand("devices", "list cameras and video outputs");
+    devices->add_flag("--json", line.devicesJson, "as one JSON array");
+    CLI::App* demo = addDemo(app, &line);
     CLI::App* helping = app.add_subcommand("help", "all nodes, their members, examples");
 
     try {
@@ -112,8 +139,12 @@ int main(int argc, char** argv)
         return help(app);
     if (*probe)
         return probeMovie(line.file, line.probeJson);
+    if (*devices)
+        return listDevices(line.devicesJson);
+    if (*demo)
+        return startDemo(line);
     if (*run)
         return startRun(line);
-    say("run, probe or help? 'kiv help' shows what there is");
+    say("run, probe, devices, demo or help? 'kiv help' shows what there is");
     return exitUsage;
 }

@@ -53,7 +53,7 @@ private:
         if (result == AVERROR(ENOMEM))
             throw std::bad_alloc();
         if (result < 0)
-            return recordError(result == AVERROR_EXIT ? ZV_ERROR_STOPPED : ZV_ERROR_DATA,
+            return recordError(wasStopped(result) ? ZV_ERROR_STOPPED : ZV_ERROR_DATA,
                                "'%s': frame %d cannot be decoded: %s", file_.name(), index, AvText(result).text);
         made_ = index;
         return 0;

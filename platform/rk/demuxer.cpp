@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <new>
 
+#include "platform/rk/atoms.h"
 #include "platform/support/error.h"
 #include "platform/thread/internal.h"
 
@@ -30,6 +31,8 @@ int refuseOther(AVFormatContext*, AVIOContext** io, const char*, int, AVDictiona
     return AVERROR(EACCES);
 }
 
+bool isQuickTime(Container container) { return container == Container::QuickTime || container == Container::Mp4; }
+
 const AVInputFormat* inputFormat(Container container)
 {
     if (container == Container::Avi)
@@ -44,6 +47,8 @@ bool isMovingImage(const AVStream* stream)
 }
 
 }  // namespace
+
+bool wasStopped(int result) { return result < 0 && stopAsked(); }
 
 PacketPtr newPacket()
 {
@@ -86,13 +91,15 @@ int64_t Demuxer::onSeek(void* self, int64_t offset, int whence)
 std::unique_ptr<Demuxer> Demuxer::open(const MovieFile& file)
 {
     silenceFfmpeg();
+    if (isQuickTime(file.container()) && checkClaimedFrames(file) != 0)
+        return nullptr;
     std::unique_ptr<Demuxer> demuxer(new Demuxer(file));
     const int result = demuxer->start();
     if (result == 0)
         return demuxer;
     if (result == AVERROR(ENOMEM))
         throw std::bad_alloc();
-    if (result == AVERROR_EXIT)
+    if (wasStopped(result))
         recordError(ZV_ERROR_STOPPED, "'%s': a stop request ended the opening", file.name());
     else
         recordError(ZV_ERROR_DATA, "'%s': the movie's header cannot be read: %s", file.name(), AvText(result).text);

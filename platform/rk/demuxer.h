@@ -8,6 +8,10 @@
 
 namespace kiv::rk {
 
+// Whether a negative result is due to a stop request on this thread; demuxers do
+// not always hand on the reason that a read gave them.
+bool wasStopped(int result);
+
 // Not thread-safe; whoever owns one locks around it. Its reads fail once a stop
 // was asked for on the calling thread.
 class Demuxer {

@@ -111,7 +111,7 @@ int FrameDecoder::decode(int index, AVFrame* frame)
     for (int groups = 1;; ++groups) {
         if (result == 0)
             result = decodeUpTo(index, frame);
-        if (result == 0 || result == AVERROR_EXIT || result == AVERROR(ENOMEM) || key == 0 || groups == groupsTried)
+        if (result == 0 || wasStopped(result) || result == AVERROR(ENOMEM) || key == 0 || groups == groupsTried)
             return result;
         key = keyBefore(key - 1, time);  // came out too late, or not at all: begin one group earlier
         result = restart(key);

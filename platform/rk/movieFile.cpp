@@ -85,22 +85,6 @@ int MovieFile::recognise()
     return 0;
 }
 
-bool MovieFile::isFragmented() const
-{
-    unsigned char head[16];
-    for (long long position = 0; readSome(position, sizeof head, head) == int(sizeof head);) {
-        if (memcmp(head + 4, "moof", 4) == 0)
-            return true;
-        const uint32_t shortSize = bigEndian32(head);
-        const uint64_t size
-            = shortSize == 1 ? uint64_t(bigEndian32(head + 8)) << 32 | bigEndian32(head + 12) : shortSize;
-        if (size < 8 || size > uint64_t(bytes_ - position))
-            return false;
-        position += (long long)size;
-    }
-    return false;
-}
-
 int MovieFile::readSome(long long position, int size, void* to) const
 {
     char* at = static_cast<char*>(to);

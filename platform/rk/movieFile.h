@@ -25,7 +25,6 @@ public:
     const char* name() const { return name_.c_str(); }
     long long bytes() const { return bytes_; }  // when it was opened
     Container container() const { return container_; }
-    bool isFragmented() const;  // holds an MP4 movie fragment, so that the header's index is not whole
 
 private:
     MovieFile(const char* name, UniqueFd fd) : name_(name), fd_(std::move(fd)) { }

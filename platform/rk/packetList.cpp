@@ -7,6 +7,7 @@
 #include <numeric>
 
 #include "platform/limits.h"
+#include "platform/rk/atoms.h"
 #include "platform/support/error.h"
 
 namespace kiv::rk {
@@ -69,7 +70,7 @@ bool isIndexWhole(const MovieFile& file, const AVStream* stream, int count)
 {
     if (file.container() == Container::Matroska || count <= 0)
         return false;
-    return file.container() == Container::Avi || (stream->nb_frames == count && !file.isFragmented());
+    return file.container() == Container::Avi || (stream->nb_frames == count && !isFragmented(file));
 }
 
 // How far behind its entry's position the first frame's bytes lie; -1 when they are not there.
@@ -129,7 +130,7 @@ int scanPackets(Demuxer& demuxer, const MovieFile& file, PacketList& list)
         if (checkFrameCount(file, (long long)list.packets.size()) != 0)
             return -1;
     }
-    if (result == AVERROR_EXIT)
+    if (wasStopped(result))
         return recordError(ZV_ERROR_STOPPED, "'%s': a stop request ended the opening", file.name());
     if (result == AVERROR(ENOMEM))
         throw std::bad_alloc();

@@ -42,7 +42,7 @@ int indexFromHeader(Demuxer& demuxer, const MovieFile& file, std::vector<StoredF
 // Where the packet's bytes lie in the file, at its place or a few header bytes behind; -1 if they do not.
 long long findData(const MovieFile& file, const AVPacket& packet);
 
-// The least number of frames that is too many, as an error that names the limit.
+// -1, with an error recorded that names the limit, for too many frames.
 int checkFrameCount(const MovieFile& file, long long count);
 
 }  // namespace kiv::rk

@@ -86,7 +86,7 @@ public:
             return -1;
         const int result = fetch(packetOf(index));
         if (result != 0)
-            return recordError(result == AVERROR_EXIT ? ZV_ERROR_STOPPED : ZV_ERROR_DATA,
+            return recordError(wasStopped(result) ? ZV_ERROR_STOPPED : ZV_ERROR_DATA,
                                "'%s': frame %d cannot be read: %s", file_.name(), index, AvText(result).text);
         memcpy(to, packet_->data, size_t(std::min(room, packet_->size)));
         return 0;

@@ -145,7 +145,7 @@ private:
     }
 
     // What is shown is told again every period, so that a picture that comes late
-    // finds somebody to send it. A period that has passed already is left out.
+    // finds somebody to send it. A period that has passed already is left out, and told.
     void run()
     {
         uint64_t due = now() + period_;
@@ -154,6 +154,8 @@ private:
             const uint64_t late = time > due ? (time - due) / period_ : 0;
             frame += int64_t(late);
             due += late * period_;
+            if (late > 0)
+                events_->happened(KPSequenceLost, (long long)late);
             if (!tick(frame))
                 return;
         }

@@ -20,6 +20,14 @@ inline int entriesOf(const char* directory)
 inline int openDescriptors() { return entriesOf("/proc/self/fd"); }
 inline int runningThreads() { return entriesOf("/proc/self/task"); }
 
+// A thread that was joined may still be listed for a moment.
+inline int threadsOnceThereAre(int expected)
+{
+    for (int i = 0; i < 1000 && runningThreads() != expected; ++i)
+        poll(nullptr, 0, 1);
+    return runningThreads();
+}
+
 inline bool readableNow(int fd)
 {
     pollfd waiting = {fd, POLLIN, 0};

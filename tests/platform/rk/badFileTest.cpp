@@ -176,6 +176,18 @@ TEST(badFile, LimitsAreNamed)
     EXPECT_THAT(lastDetail(), HasSubstr("frameBytes"));
 }
 
+// A table of a few bytes that claims 20 million frames of one byte each.
+TEST(badFile, ClaimedFramesMeetTheLimitFirst)
+{
+    std::string bytes = readFile(clip("limit.mov", bars));
+    const size_t sizes = bytes.find("stsz"), chunks = bytes.find("stsc");
+    ASSERT_NE(sizes, std::string::npos);
+    const std::string many("\x01\x31\x2D\x00", 4), one("\0\0\0\1", 4);
+    bytes.replace(sizes + 8, 8, one + many);
+    bytes.replace(chunks + 16, 4, many);
+    EXPECT_THAT(openError(written("claim.mov", bytes)), HasSubstr("20000000 frames, more than movieFrames"));
+}
+
 // Bytes turned at random: whatever opens keeps its own word.
 void expectDamageIsSafe(const std::string& path, int rounds)
 {

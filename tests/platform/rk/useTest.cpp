@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "platform/thread/thread.h"
 #include "platform/zv/errors.h"
 #include "tests/platform/rk/openMovie.h"
 #include "tests/support/clips.h"
@@ -130,6 +131,39 @@ TEST(rk, ThreadsReadTheSameMovieAtOnce)
         other.join();
         EXPECT_EQ(wrong, 0);
     }
+}
+
+// What a reader that was asked to stop meets, and leaves behind.
+struct StoppedReader {
+    RKtrack track;
+    int readError = 0, openError = 0;
+
+    static void run(void* self)
+    {
+        StoppedReader& reader = *static_cast<StoppedReader*>(self);
+        char room[16];
+        RKmovie movie = nullptr;
+        EXPECT_EQ(threadKill(threadSelf(), 15), 0);
+        EXPECT_EQ(rkReadCompressedImage(reader.track, 20, sizeof room, room), -1);
+        reader.readError = lastError();
+        EXPECT_EQ(rkOpenFile(decoded().c_str(), 0, &movie), -1);
+        reader.openError = lastError();
+    }
+};
+
+TEST(rk, AStopRequestEndsTheReadButNotTheMovie)
+{
+    // Far larger than what a demuxer holds: the read has to go to the file.
+    const std::string large
+        = testPattern("320x240", "25", 30) + " -vf noise=alls=40:allf=t -c:v libx264 -preset veryfast -crf 10 -g 10";
+    const OpenMovie movie(clip("large.mp4", large)), untouched(clip("large.mp4", large));
+    StoppedReader reader = {movie.track};
+    const int id = threadStart(StoppedReader::run, &reader);
+    ASSERT_EQ(threadWait(id, nullptr), 0);
+    EXPECT_EQ(reader.readError, ZV_ERROR_STOPPED);
+    EXPECT_EQ(reader.openError, ZV_ERROR_STOPPED);
+    for (int i : {20, 3, 29})
+        EXPECT_EQ(movie.frame(i), untouched.frame(i));
 }
 
 // A read that has begun is right; one that comes too late is told so.
