@@ -4,6 +4,14 @@
 #include "apps/kiv/frameWriter.h"
 #include "apps/kiv/text.h"
 
+template <class Base> int WatchedIC<Base>::receive(ZVbuffer inBuffer)
+{
+    const int err = Base::receive(inBuffer);
+    if (err == kivErrICSend)
+        refused = serviceError();
+    return err;
+}
+
 template <class Base> int WatchedIC<Base>::handleEvents(fd_set readySet)
 {
     const int err = Base::handleEvents(readySet);
@@ -45,9 +53,11 @@ ZVicStats ConverterPart::stats()
 
 void ConverterPart::afterPass(RunContext& run)
 {
-    if (failureSaid_ || wrong().empty())
+    if (failureSaid_ || (wrong().empty() && refused().empty()))
         return;
     failureSaid_ = true;
+    if (!refused().empty())
+        return run.failed(place() + ": takes no frame: " + refused(), true);
     run.failed(place() + ": a frame cannot be converted: " + wrong(), false);
 }
 

@@ -5,11 +5,13 @@
 #include "convert/kivICjdecoder.h"
 #include "convert/kivICjencoder.h"
 
-// A converter node that keeps what was said of a frame that it could not convert.
+// A converter node that keeps what was said of a frame that it could not convert or take.
 template <class Base> class WatchedIC : public Base {
 public:
+    int receive(ZVbuffer inBuffer) override;
     int handleEvents(fd_set readySet) override;
     std::string wrong;  // of the last failed frame
+    std::string refused;  // of the last frame that the converter did not take
 };
 
 class ConverterPart : public GraphPart {
@@ -23,6 +25,7 @@ public:
 protected:
     virtual kivIC& converter() = 0;
     virtual const std::string& wrong() = 0;
+    virtual const std::string& refused() = 0;
     // Opens the converter for these two formats. Throws GraphError.
     PictureFormat setUp(const PictureFormat& in, PictureFormat out);
 
@@ -40,6 +43,7 @@ public:
 protected:
     kivIC& converter() override { return decoder_; }
     const std::string& wrong() override { return decoder_.wrong; }
+    const std::string& refused() override { return decoder_.refused; }
 
 private:
     WatchedIC<kivICjdecoder> decoder_;
@@ -54,6 +58,7 @@ public:
 protected:
     kivIC& converter() override { return encoder_; }
     const std::string& wrong() override { return encoder_.wrong; }
+    const std::string& refused() override { return encoder_.refused; }
 
 private:
     WatchedIC<kivICjencoder> encoder_;
@@ -68,6 +73,7 @@ public:
 protected:
     kivIC& converter() override { return converter_; }
     const std::string& wrong() override { return converter_.wrong; }
+    const std::string& refused() override { return converter_.refused; }
 
 private:
     WatchedIC<kivIC> converter_;

@@ -74,7 +74,7 @@ bool findNumbering(const std::string& path, Numbering* found)
     size_t i = found->at + 1;
     bool zero = i < path.size() && path[i] == '0';
     int digits = 0;
-    for (; i < path.size() && path[i] >= '0' && path[i] <= '9'; ++i)
+    for (; i < path.size() && path[i] >= '0' && path[i] <= '9' && digits <= 18; ++i)
         digits = digits * 10 + (path[i] - '0');
     if (i >= path.size() || path[i] != 'd' || digits > 18 || (digits > 0 && !zero))
         return false;

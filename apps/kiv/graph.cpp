@@ -29,6 +29,8 @@ Graph::~Graph()
 
 std::string Graph::init()
 {
+    if (kivObj::kivArena == nullptr)
+        return "graph: no file for semaphores can be made in /tmp";
     chain_.init(nullptr);
     for (const auto& part : parts_)
         if (!part->node().isInitialized())

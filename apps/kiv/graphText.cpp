@@ -314,9 +314,10 @@ bool parseSeconds(const std::string& word, double* seconds)
         char unit;
         double seconds;
     } units[] = {{'h', 3600}, {'m', 60}, {'s', 1}};
+    constexpr double longest = 1e9;  // three decades; more is a slip
     double number;
     if (parseNumber(word, seconds))
-        return *seconds > 0;
+        return *seconds > 0 && *seconds <= longest;
 
     *seconds = 0;
     std::string rest = word;
@@ -329,5 +330,11 @@ bool parseSeconds(const std::string& word, double* seconds)
         *seconds += number * length;
         rest = rest.substr(at + 1);
     }
-    return rest.empty() && *seconds > 0;
+    return rest.empty() && *seconds > 0 && *seconds <= longest;
+}
+
+bool parseFrames(const std::string& word, long long* frames)
+{
+    const auto [end, wrong] = std::from_chars(word.data(), word.data() + word.size(), *frames);
+    return wrong == std::errc() && end == word.data() + word.size() && *frames > 0;
 }

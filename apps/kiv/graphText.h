@@ -53,3 +53,6 @@ std::vector<NodeText> parseGraph(const std::string& graph);
 
 // "10", "2.5", "90s", "1m30s", "1h": seconds. False for anything else.
 bool parseSeconds(const std::string& word, double* seconds);
+
+// "1" and more. False for anything else.
+bool parseFrames(const std::string& word, long long* frames);

@@ -1,7 +1,9 @@
 // main.cpp - the command line of kiv.
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <csignal>
 #include <cstdio>
 
 #include "apps/kiv/demo.h"
@@ -59,6 +61,12 @@ struct CommandLine {
     DemoOptions demo;
 };
 
+std::string checkFrames(const std::string& word)
+{
+    long long frames;
+    return parseFrames(word, &frames) ? "" : "'" + word + "' is no number of frames; write 1 or more";
+}
+
 std::string checkSeconds(const std::string& word)
 {
     double seconds;
@@ -70,7 +78,7 @@ CLI::App* addRun(CLI::App& app, CommandLine* line)
     CLI::App* run = app.add_subcommand("run", "run a graph");
     run->add_option("GRAPH", line->graph, "the graph; 'kiv help' describes it")->required();
     run->add_option("--frames", line->run.frames, "end when that many frames have reached the sink")
-        ->check(CLI::PositiveNumber);
+        ->check(checkFrames);
     run->add_option("--seconds", line->seconds, "end after that time: 10, 2.5, 90s, 1m30s")->check(checkSeconds);
     run->add_flag("--status", line->run.status, "a status line each second also without a terminal");
     run->add_flag("--json", line->run.json, "the summary as one JSON object");
@@ -103,17 +111,29 @@ int startRun(CommandLine& line)
     return runGraph(line.run);
 }
 
+// Standard streams that the caller has closed: a file opened later must not take their place.
+void holdStandardStreams()
+{
+    int fd;
+    do
+        fd = open("/dev/null", O_RDONLY);
+    while (fd >= 0 && fd <= STDERR_FILENO);
+    close(fd);
+}
+
 int help(const CLI::App& app)
 {
     const std::string usage = app.get_formatter()->make_help(&app, "kiv", CLI::AppFormatMode::All);
-    fputs((usage + "\n" + graphHelp + grammarHelp() + examples).c_str(), stdout);
-    return exitGood;
+    return printOut(usage + "\n" + graphHelp + grammarHelp() + examples) ? exitGood : exitFailed;
 }
 
 }  // namespace
 
 int main(int argc, char** argv)
 {
+    holdStandardStreams();
+    signal(SIGPIPE, SIG_IGN);  // what cannot be written fails and is said
+    signal(SIGXFSZ, SIG_IGN);
     CLI::App app("Runs graphs of media nodes.", "kiv");
     CommandLine line;
     app.set_version_flag("--version", std::string("kiv " KIV_VERSION));

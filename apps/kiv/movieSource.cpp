@@ -11,24 +11,35 @@ MovieSource::~MovieSource() { endReader(); }
 
 // Reader thread. Reads the next frame into the node's buffer and stamps it with now
 // and its index. Waits until it is due, or until the frame before was taken; a stop
-// request ends the wait. Returns 0, or 4005 when there is no further frame.
+// request ends the wait. Returns 0, or 4005 when there is no further frame and for one
+// that cannot be read.
 int MovieSource::getImageFrameTime(long long)
 {
     const int index = nextIndex();
     if (index < 0)
         return kivErrFrameNotYet;
 
+    last_ = index;
     kivShared(currentFrameIndex).store(index);
-    kivShared(lastFrameIndex).store(-1);  // the only frame of a movie is read again as well
-    if (rkGetCompressedImageSize(imageTrack, index) <= 0)
+    if (!readWhole(index)) {
         kivShared(unreadable_).fetch_add(1);
-    const int err = getImageFrameIndex(index);
+        return kivErrFrameNotYet;
+    }
     if (every && !waitTaken())
         return kivErrFrameNotYet;
 
     zvBufferSetUSTMSCpair(readBuffer, {nowNs(), index});
-    last_ = index;
-    return err;
+    return kivErrNone;
+}
+
+// False when the file does not hold the frame. The library's node would hand the
+// buffer on as it is, with what an earlier frame has left in it.
+bool MovieSource::readWhole(int index)
+{
+    const int size = rkGetCompressedImageSize(imageTrack, index);
+    return size > 0 && size <= zvBufferGetSize(readBuffer)
+        && rkReadCompressedImage(imageTrack, index, size, zvBufferMapData(readBuffer)) == 0
+        && zvBufferSetSize(readBuffer, size) == 0;
 }
 
 int MovieSource::nextIndex()

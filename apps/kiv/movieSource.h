@@ -17,7 +17,7 @@ public:
     int endFD() const { return ended_.fd(); }  // readable once the loop took the last frame
     bool taken();  // no frame waits for the loop
     long long skipped();  // frames whose time had passed
-    long long unreadable();  // frames that the file does not hold whole
+    long long unreadable();  // frames that the file does not hold whole; they are left out
 
     bool every = false;  // each frame once; else the clock decides, and late ones are left out
     bool loop = false;  // begin again at the end
@@ -25,10 +25,11 @@ public:
 private:
     int nextIndex();  // reader; -1: no further frame
     int indexByClock();  // reader
+    bool readWhole(int index);  // reader
     void finish();  // reader
 
     EventFd ended_;
-    int last_ = -1;  // reader: index handed over last
+    int last_ = -1;  // reader: index that was read last
     long long clock_ = 0;  // reader: frame due next, counted through all rounds of a loop
     long long skipped_ = 0;  // reader writes
     long long unreadable_ = 0;  // reader writes

@@ -2,6 +2,7 @@
 #include "apps/kiv/peerDoor.h"
 
 #include "apps/kiv/text.h"
+#include "platform/zv/zv.h"
 
 bool PeerDoor::open(RunContext& run, const std::string& place, const std::string& url, bool listen, OnPeer onPeer,
                     std::string* wrong)
@@ -35,8 +36,13 @@ void PeerDoor::waitForPeer()
 void PeerDoor::accept()
 {
     std::unique_ptr<wispSocket> peer = listener_->accept();
-    if (peer == nullptr)
+    if (peer == nullptr) {
+        int number = 0;
+        zvGetError(&number, nullptr);
+        if (number != ZV_ERROR_EMPTY)
+            run_->note(place_ + ": " + serviceError());
         return;
+    }
     run_->loop().removeFD(listener_->getFD());
     waiting_ = false;
     run_->note(place_ + ": " + peer->peerName() + " has come");

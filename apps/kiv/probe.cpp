@@ -75,6 +75,5 @@ int probeMovie(const std::string& file, bool json)
         say("probe: %s: %s", file.c_str(), wrong.c_str());
         return exitUsage;
     }
-    fputs((json ? asJson(file, info) : asText(file, info)).c_str(), stdout);
-    return fflush(stdout) == 0 ? exitGood : exitFailed;
+    return printOut(json ? asJson(file, info) : asText(file, info)) ? exitGood : exitFailed;
 }

@@ -107,8 +107,6 @@ void Runner::begin()
         return;
     begun_ = true;
     beganNs_ = nowNs();
-    if (options_.seconds > 0)
-        loop_.addTimer((unsigned long long)(beganNs_ + (long long)(options_.seconds * 1e9)), [this] { endEarly(); });
     if (graph_.chain().start(1) != kivErrNone)
         return failed(graph_.source().place() + ": cannot be started: " + serviceError(), true);
     loop_.addChain(&graph_.chain());
@@ -197,6 +195,8 @@ Summary Runner::run()
         loop_.removeFD(signals_.fd());
         endEarly();
     });
+    if (options_.seconds > 0)  // also when no peer comes
+        loop_.addTimer((unsigned long long)(nowNs() + (long long)(options_.seconds * 1e9)), [this] { endEarly(); });
     loop_.setPassHandler([this] { afterPass(); });
     if (options_.status)
         loop_.addTimer((unsigned long long)(nowNs() + secondNs), [this] { showStatus(); });
@@ -227,8 +227,8 @@ int runGraph(const RunOptions& options)
     try {
         Graph graph(parseGraph(options.graph));
         const Summary summary = Runner(options, graph).run();
-        fputs((options.json ? jsonSummary(summary) : humanSummary(summary)).c_str(), stdout);
-        return fflush(stdout) == 0 ? summary.exitCode : int(exitFailed);
+        const bool told = printOut(options.json ? jsonSummary(summary) : humanSummary(summary));
+        return told ? summary.exitCode : int(exitFailed);
     } catch (const GraphError& error) {
         say("%s", error.describe(options.graph).c_str());
         return exitUsage;

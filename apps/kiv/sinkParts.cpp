@@ -116,7 +116,10 @@ void SendPart::takePeer(std::unique_ptr<wispSocket> peer)
     link_ = std::make_unique<PeerLink>(std::move(peer));
     sender_.setWispData(link_.get());
     connected_ = true;
-    run_->loop().addFD(link_->connection().getEndFD(), [this] { peerGone(link_->lastWords()); });
+    run_->loop().addFD(link_->connection().getEndFD(), [this] {
+        const wispStats until = stats();  // the last words may count as a message
+        peerGone(link_->lastWords(), until);
+    });
     if (door_.listens())
         run_->release();
 }
@@ -124,19 +127,19 @@ void SendPart::takePeer(std::unique_ptr<wispSocket> peer)
 void SendPart::afterPass(RunContext&)
 {
     if (connected_ && link_->sendFailed())
-        peerGone(link_->reason());
+        peerGone(link_->reason(), stats());
 }
 
 // The link stays with the node until the next one comes; nothing is sent on it.
-void SendPart::peerGone(const std::string& reason)
+void SendPart::peerGone(const std::string& reason, const wispStats& until)
 {
     run_->loop().removeFD(link_->connection().getEndFD());
+    before_ = until;
     connected_ = false;
     const std::string line = place() + ": " + reason;
     if (!door_.listens())
         return run_->failed(line, true);
     run_->note(line + "; waiting for the next peer");
-    before_ = stats();
     link_->connection().close(0);
     run_->hold();
     door_.waitForPeer();
@@ -145,7 +148,7 @@ void SendPart::peerGone(const std::string& reason)
 wispStats SendPart::stats()
 {
     wispStats sum = before_;
-    if (link_ == nullptr || (!connected_ && door_.listens()))
+    if (!connected_)
         return sum;
     const wispStats now = link_->connection().stats();
     sum.sent += now.sent;

@@ -83,7 +83,7 @@ private:
     };
 
     void takePeer(std::unique_ptr<wispSocket> peer);
-    void peerGone(const std::string& reason);
+    void peerGone(const std::string& reason, const wispStats& until);
     wispStats stats();
 
     Node sender_;
@@ -91,6 +91,6 @@ private:
     PeerDoor door_;
     std::unique_ptr<PeerLink> link_;
     bool connected_ = false;
-    wispStats before_ = {};  // of the peers that have gone
+    wispStats before_ = {};  // of all peers that have gone
     Tally tally_;
 };

@@ -2,6 +2,7 @@
 #include "apps/kiv/sourceParts.h"
 
 #include <cmath>
+#include <utility>
 
 #include "apps/kiv/text.h"
 #include "platform/rk/rk.h"
@@ -74,6 +75,13 @@ Counters MoviePart::counters()
             {"unreadable", movie_.unreadable()}};
 }
 
+// The library's node leaves it to its readLoopPID to tell that no thread could be had.
+int RecvPart::Node::start(int withChildren)
+{
+    const int err = kivNetworkRecv::start(withChildren);
+    return err == kivErrNone && kivShared(readLoopPID).load() < 0 ? int(kivErrMovieThread) : err;
+}
+
 int RecvPart::Node::handleEvents(fd_set fdSet)
 {
     const int err = kivNetworkRecv::handleEvents(fdSet);
@@ -141,11 +149,12 @@ void RecvPart::takePeer(RunContext& run, std::unique_ptr<wispSocket> peer)
     link_ = std::move(link);
     reading_ = true;
     ++peers_;
-    if (begun_)
-        receiver_.start(0);
-    else if (door_.listens())
-        run.release();
-    begun_ = true;
+    if (!std::exchange(begun_, true)) {
+        if (door_.listens())
+            run.release();
+    } else if (receiver_.start(0) != kivErrNone) {
+        run.failed(place() + ": cannot be started again: " + serviceError(), true);
+    }
 }
 
 void RecvPart::afterPass(RunContext& run)

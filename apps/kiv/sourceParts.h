@@ -46,6 +46,7 @@ private:
     class Node : public kivNetworkRecv {
     public:
         ~Node() override { endReader(); }
+        int start(int withChildren) override;
         int handleEvents(fd_set fdSet) override;
         bool taken();
         bool waitTaken();  // reader; false: stop was asked for

@@ -1,8 +1,10 @@
 // text.cpp - see text.h.
 #include "apps/kiv/text.h"
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 
 #include "platform/zv/zv.h"
 
@@ -34,6 +36,15 @@ void say(const char* format, ...)
     std::string line = "kiv: " + formatted(format, args) + "\n";
     va_end(args);
     fputs(line.c_str(), stderr);
+}
+
+// False, after a line, when it cannot be written.
+bool printOut(const std::string& words)
+{
+    if (fputs(words.c_str(), stdout) >= 0 && fflush(stdout) == 0)
+        return true;
+    say("standard output: %s", strerror(errno));
+    return false;
 }
 
 std::string serviceError()

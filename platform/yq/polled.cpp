@@ -51,7 +51,10 @@ int openPolled(const SemaphoreRef& ref)
         return recordStale(ref);
     if (own.fd >= 0)
         return own.fd;
-    own.fd = selectableFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)).release();
+    const int fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (fd < 0)
+        return recordSystemError(ZV_ERROR_SYSTEM, "no descriptor for a semaphore");
+    own.fd = selectableFd(fd).release();
     if (own.fd < 0)
         return -1;
     return setLevel(own) == 0 ? own.fd : -1;

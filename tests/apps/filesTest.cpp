@@ -19,7 +19,8 @@ TEST(frameFiles, NumbersPaths)
     EXPECT_EQ(numberedPath("out.d/a.png", 7), "out.d/a-0007.png");
     EXPECT_EQ(numberedPath("a.jpg", 12345), "a-12345.jpg");
     EXPECT_EQ(checkNumbering("a-%04d.png"), "");
-    for (const char* wrong : {"%s.png", "%d%d.png", "%.png", "%4d.png", "%099999999999d.png", "a%%.png"})
+    for (const char* wrong :
+         {"%s.png", "%d%d.png", "%.png", "%4d.png", "%099999999999d.png", "%99999999999999999999d.png", "a%%.png"})
         EXPECT_NE(checkNumbering(wrong), "") << wrong;
 }
 

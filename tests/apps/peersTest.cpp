@@ -47,7 +47,7 @@ TEST_F(peers, AReceiverWaitsForTheNextWhenASenderWasKilled)
     std::mt19937 random(7);
     Program receiver({"run", "--json", receive("") + " ! jpegdec ! null"});
     const std::string url = urlIn(receiver.waitForLine("listening on"));
-    std::string descriptors;
+    int descriptors = 0;
     for (int i = 0; i < 4; ++i) {
         Program sender({"run", "movie " + movie() + " every loop ! send " + url});
         ASSERT_NE(receiver.waitForLine("has come"), "") << receiver.err;
@@ -57,9 +57,10 @@ TEST_F(peers, AReceiverWaitsForTheNextWhenASenderWasKilled)
         ASSERT_NE(receiver.waitForLine("waiting for the next peer", noticeMs), "") << receiver.err;
         EXPECT_THAT(receiver.err, HasSubstr("node 1 'recv': "));
         receiver.err.clear();
-        const std::string now = shell("ls /proc/" + std::to_string(receiver.pid()) + "/fd | wc -l");
-        EXPECT_TRUE(descriptors.empty() || now == descriptors) << descriptors << now;
-        descriptors = now;
+        // A pool that runs empty for the first time takes a pair for good.
+        const int now = std::stoi(shell("ls /proc/" + std::to_string(receiver.pid()) + "/fd | wc -l"));
+        descriptors = descriptors == 0 ? now : descriptors;
+        EXPECT_LE(now, descriptors + 2);
     }
     Program last({"run", "--frames", "20", "movie " + movie() + " every ! send lossless " + url});
     EXPECT_EQ(last.wait(), 0) << last.err;
@@ -119,7 +120,16 @@ TEST_F(peers, AListeningSenderServesOneReceiverAfterTheOther)
     sender.signal(SIGTERM);
     EXPECT_EQ(sender.wait(), 0) << sender.err;
     expectNothingLost(sender);
-    EXPECT_GE(sender.summary()["frames"], 20);
+    const nlohmann::json summary = sender.summary(), counts = summary["nodes"][1];
+    EXPECT_GE(counts["sent"], 20);  // to both
+    EXPECT_GE(summary["frames"], counts["sent"].get<int>() + counts["dropped"].get<int>());
+}
+
+TEST_F(peers, TheTimeEndsAlsoARunThatNobodyCalls)
+{
+    Program receiver({"run", "--json", "--seconds", "0.2", receive("") + " ! jpegdec ! null"});
+    EXPECT_EQ(receiver.wait(20000), 0) << receiver.err;
+    EXPECT_EQ(receiver.summary()["frames"], 0);
 }
 
 // The receiver takes nothing at all: the sender goes on at its own speed, in the

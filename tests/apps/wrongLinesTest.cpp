@@ -50,7 +50,9 @@ TEST_F(wrongLines, EachIsOneClearLineThatNamesThePlace)
         {{"run", movie + " ! convert packing=RGB ! null"}, "node 2 'convert': takes pictures, and JPEG comes in"},
         {{"run", movie + " ! jpegdec ! jpegdec ! null"},
          "node 3 'jpegdec': takes JPEG, and CbYCrY 64x48 comes in; leave it out"},
-        {{"run", movie + " ! null", "--frames", "0"}, "--frames"},
+        {{"run", movie + " ! null", "--frames", "0"}, "--frames: '0' is no number of frames"},
+        {{"run", movie + " ! null", "--frames", "99999999999999999999"}, "is no number of frames"},
+        {{"run", movie + " ! null", "--seconds", "1e30"}, "'1e30' is no length of time"},
         {{"run", movie + " ! null", "--seconds", "soon"}, "'soon' is no length of time"},
         {{"run", movie + " ! null", "--frmes", "1"}, "--frmes"},
         {{"run"}, "GRAPH is required"},
@@ -92,6 +94,39 @@ TEST_F(wrongLines, FailuresWhileRunningEndWithOne)
         EXPECT_EQ(summary.value("exit", -1), 1) << kiv.out;
         EXPECT_EQ(summary.value("errors", nlohmann::json::array()).size(), 1u) << kiv.out;
     }
+}
+
+// The index names frames that the end of the file would hold: those before it come,
+// and nothing in place of the others.
+TEST_F(wrongLines, AMovieThatWasCutBringsWhatItHolds)
+{
+    const std::string many = folder / "many.mov", few = folder / "few.mov";
+    shell("ffmpeg -v error -f lavfi -i testsrc2=s=64x48:r=25 -frames:v 30 -c:v mjpeg -movflags faststart " + many);
+    shell("head -c $(($(stat -c %s " + many + ") / 2)) " + many + " > " + few);
+    Program whole({"run", "movie " + many + " every ! file " + folder / "many.mjpeg"});
+    EXPECT_EQ(whole.wait(), 0) << whole.err;
+    Program cutOff({"run", "--json", "movie " + few + " every ! file " + folder / "few.mjpeg"});
+    EXPECT_EQ(cutOff.wait(), 1);
+    EXPECT_THAT(cutOff.err, HasSubstr("node 1 'movie': the file does not hold a frame"));
+    EXPECT_EQ(std::ranges::count(cutOff.err, '\n'), 1) << cutOff.err;
+    EXPECT_EQ(cutOff.summary()["frames"], 30 - cutOff.summary()["nodes"][0]["unreadable"].get<int>());
+    EXPECT_GT(cutOff.summary()["frames"], 5);
+    EXPECT_THAT(contents(folder / "many.mjpeg"), StartsWith(contents(folder / "few.mjpeg")));
+}
+
+// A file that is opened in place of a closed stream must not take its words.
+TEST_F(wrongLines, ClosedStreamsHarmNoFile)
+{
+    const std::string run = std::string(KIV_PROGRAM) + " run 'movie " + clip + " every ! file ";
+    shell(run + folder / "open.mjpeg" + "'");
+    for (const char* closed : {"<&-", ">&-", "2>&-", "<&- >&- 2>&-"}) {
+        Program kiv({"/bin/sh", "-c", run + folder / "closed.mjpeg" + "' --status " + closed});
+        EXPECT_EQ(kiv.wait(), std::string(closed).find(">&-") == std::string::npos || closed[0] == '2' ? 0 : 1);
+        EXPECT_EQ(contents(folder / "closed.mjpeg"), contents(folder / "open.mjpeg")) << closed;
+    }
+    Program full({"/bin/sh", "-c", run + folder / "closed.mjpeg" + "' >/dev/full"});
+    EXPECT_EQ(full.wait(), 1);
+    EXPECT_EQ(full.err, "kiv: standard output: No space left on device\n");
 }
 
 TEST_F(wrongLines, HelpAndVersionAreNoErrors)
