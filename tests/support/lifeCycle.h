@@ -8,6 +8,8 @@
 // and, where it needs members set and its own setup called, by a LifeCycleOf of its own.
 #pragma once
 
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -30,7 +32,19 @@ inline int entriesOf(const char* directory)
     return n;
 }
 inline int openDescriptors() { return entriesOf("/proc/self/fd"); }
-inline int runningThreads() { return entriesOf("/proc/self/task"); }
+// Counted when it has stood still for a few milliseconds: the system lists a
+// thread that was joined for a moment longer.
+inline int runningThreads()
+{
+    int threads = entriesOf("/proc/self/task");
+    for (int still = 0; still < 3;) {
+        usleep(1000);
+        const int now = entriesOf("/proc/self/task");
+        still = now == threads ? still + 1 : 0;
+        threads = now;
+    }
+    return threads;
+}
 
 template <class Node> class LifeCycle : public testing::Test {
 protected:
@@ -39,7 +53,7 @@ protected:
         setTrace(0);
         kivObj arenaMaker;  // so that the arena's descriptor is not counted as a node's
         LifeCycleOf<Node>::setup(*LifeCycleOf<Node>::make());  // nor what a service opens once
-        std::thread([] { }).join();  // a sanitizer adds a thread of its own with the first
+        std::thread([] {}).join();  // a sanitizer adds a thread of its own with the first
         descriptors_ = openDescriptors();
         threads_ = runningThreads();
     }
