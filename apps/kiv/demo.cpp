@@ -2,6 +2,7 @@
 #include "apps/kiv/demo.h"
 
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -28,12 +29,16 @@ std::string freeAddress()
     return probe != nullptr ? probe->url() : "";
 }
 
-// The sending kiv; its own lines go to `log`. -1 when it cannot be started.
+// The sending kiv, which ends with this one; its own lines go to `log`. -1 when it cannot be started.
 pid_t startSender(const std::string& graph, const std::string& log)
 {
+    const pid_t self = getpid();
     const pid_t child = fork();
     if (child != 0)
         return child;
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (getppid() != self)
+        _exit(127);
     const int out = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     dup2(out, STDOUT_FILENO);
     dup2(out, STDERR_FILENO);
@@ -48,7 +53,8 @@ bool senderListens(const std::string& url, pid_t child)
     for (int tries = 0; tries < 100; ++tries) {
         if (wispSocket::connect(url.c_str()) != nullptr)
             return true;
-        if (waitpid(child, nullptr, WNOHANG) == child)
+        siginfo_t ended = {};
+        if (waitid(P_PID, id_t(child), &ended, WEXITED | WNOHANG | WNOWAIT) == 0 && ended.si_pid == child)
             return false;
         qtnnap(50);
     }
@@ -67,7 +73,8 @@ int endSender(pid_t child)
 
 int runDemo(const DemoOptions& options)
 {
-    if (mkdir(options.folder.c_str(), 0755) != 0 && errno != EEXIST) {
+    const bool made = mkdir(options.folder.c_str(), 0755) == 0 || errno == EEXIST;
+    if (!made || access((options.folder + "/.").c_str(), W_OK) != 0) {
         say("%s: %s", options.folder.c_str(), strerror(errno));
         return exitFailed;
     }

@@ -1,6 +1,8 @@
 // Peers that go, sleep or never come, and a run that is interrupted.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -151,6 +153,22 @@ TEST_F(peers, ASleepingReceiverHoldsNobodyUp)
     EXPECT_GT(much["dropped"], 2500);
     EXPECT_LT(double(much["maxRssKb"]), double(little["maxRssKb"]) + 4096);
     EXPECT_GT(double(much["framesPerSecond"]), 300);  // ten times the movie's rate
+}
+
+TEST_F(peers, ADemoThatWasKilledLeavesNoSenderBehind)
+{
+    Folder out;
+    Program demo({"demo", "--seconds", "60", "--out", out / "."});
+    const std::string pid = std::to_string(demo.pid());
+    for (int tries = 0; contents(out / "demo-1.png").empty() && tries < 2000; ++tries)
+        usleep(10000);
+    pollfd sender = {};
+    sender.fd = int(syscall(SYS_pidfd_open, std::stoi(contents("/proc/" + pid + "/task/" + pid + "/children")), 0));
+    sender.events = POLLIN;
+    ASSERT_GE(sender.fd, 0);
+    demo.signal(SIGKILL);
+    EXPECT_EQ(poll(&sender, 1, noticeMs), 1);
+    ::close(sender.fd);
 }
 
 TEST_F(peers, AnInterruptedRunEndsInOrderWithItsSummary)
