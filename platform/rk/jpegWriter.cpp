@@ -1,4 +1,4 @@
-// jpegWriter.cpp - swscale to full range, then the mjpeg encoder.
+// jpegWriter.cpp - swscale to full range, the matrix of JPEG, then the mjpeg encoder.
 #include "platform/rk/jpegWriter.h"
 
 extern "C" {
@@ -37,18 +37,21 @@ CodecPtr openEncoder(int width, int height, AVPixelFormat layout)
     return avcodec_open2(encoder.get(), nullptr, nullptr) == 0 ? std::move(encoder) : nullptr;
 }
 
-bool isFullRange(const AVFrame& frame)
+bool isRgb(const AVFrame& frame)
 {
     const AVPixFmtDescriptor* about = av_pix_fmt_desc_get(AVPixelFormat(frame.format));
-    const bool rgb = about != nullptr && (about->flags & AV_PIX_FMT_FLAG_RGB) != 0;
-    return rgb || frame.color_range == AVCOL_RANGE_JPEG;
+    return about != nullptr && (about->flags & AV_PIX_FMT_FLAG_RGB) != 0;
 }
 
-// A picture that does not say is taken by its size, as players do.
+bool isFullRange(const AVFrame& frame) { return isRgb(frame) || frame.color_range == AVCOL_RANGE_JPEG; }
+
+// The AVColorSpace; a picture that does not say is taken by its size, as players do.
 int matrixOf(const AVFrame& frame)
 {
+    if (isRgb(frame))
+        return AVCOL_SPC_SMPTE170M;  // the scaler makes it that of JPEG
     if (frame.colorspace == AVCOL_SPC_UNSPECIFIED)
-        return frame.height >= 720 ? SWS_CS_ITU709 : SWS_CS_ITU601;
+        return frame.height >= 720 ? AVCOL_SPC_BT709 : AVCOL_SPC_SMPTE170M;
     return frame.colorspace;
 }
 
@@ -87,13 +90,14 @@ JpegWriter::Source JpegWriter::sourceOf(const AVFrame& frame)
 int JpegWriter::makeScaler(const Source& source)
 {
     scaler_.reset(sws_getContext(source.width, source.height, AVPixelFormat(source.format), width_, height_,
-                                 AVPixelFormat(picture_->format), SWS_BILINEAR | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT,
-                                 nullptr, nullptr, nullptr));
+                                 AVPixelFormat(picture_->format), SWS_BILINEAR | SWS_ACCURATE_RND, nullptr, nullptr,
+                                 nullptr));
     if (!scaler_)
         return AVERROR(ENOSYS);
+    const int* same = sws_getCoefficients(SWS_CS_ITU601);
     const int unity = 1 << 16;
-    sws_setColorspaceDetails(scaler_.get(), sws_getCoefficients(source.matrix), source.fullRange,
-                             sws_getCoefficients(SWS_CS_ITU601), 1, 0, unity, unity);
+    sws_setColorspaceDetails(scaler_.get(), same, source.fullRange, same, 1, 0, unity, unity);
+    matrix_ = ColourMatrix(source.matrix);
     source_ = source;
     return 0;
 }
@@ -108,7 +112,11 @@ int JpegWriter::convert(const AVFrame& frame)
         return result;
     const int lines
         = sws_scale(scaler_.get(), frame.data, frame.linesize, 0, frame.height, picture_->data, picture_->linesize);
-    return lines < 0 ? AVERROR_EXTERNAL : 0;
+    if (lines < 0)
+        return AVERROR_EXTERNAL;
+    if (matrix_.isNeeded())
+        matrix_.apply(*picture_);
+    return 0;
 }
 
 int JpegWriter::encodeAt(int quantiser, AVPacket* jpeg)

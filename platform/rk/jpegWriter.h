@@ -1,6 +1,7 @@
 // jpegWriter.h - decoded frames to JPEG.
 #pragma once
 
+#include "platform/rk/colourMatrix.h"
 #include "platform/rk/ffmpeg.h"
 
 namespace kiv::rk {
@@ -32,6 +33,7 @@ private:
 
     Source source_ = {};
     ScalerPtr scaler_;
+    ColourMatrix matrix_{AVCOL_SPC_UNSPECIFIED};
     CodecPtr encoder_;
     FramePtr picture_;  // in the encoder's layout
 };
