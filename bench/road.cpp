@@ -174,6 +174,7 @@ void roadReceive(const RoadJob& job, Arrivals& arrivals, const std::function<voi
         receiver.setWispData(&patient);
     }
     start(loop, chain, {&receiver, &decoder, &sink});
+    roadBegin();
     loop.run();
     receiver.stop();
 }
@@ -194,6 +195,7 @@ void roadSend(const RoadJob& job, const std::string& address, const std::functio
         encoder.setQueueMax(1);
     sender.setWispData(connection.get());
     start(loop, chain, {&source, &encoder, &sender});
+    roadBegin();
     if (job.rate > 0)
         captureAtRate(loop, source, roadNow(), int64_t(1e9 / job.rate));
     while (!source.done() || !allSent(encoder, sender))

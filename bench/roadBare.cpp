@@ -46,6 +46,7 @@ void roadReceive(const RoadJob& job, Arrivals& arrivals, const std::function<voi
     listening(std::to_string(ntohs(address.sin_port)));
     const int from = accept(listener, nullptr, nullptr);
     roadCheck(from >= 0, "accept");
+    roadBegin();
     for (int i = 0; i < job.count; ++i) {
         Header header = {};
         roadCheck(recv(from, &header, sizeof header, MSG_WAITALL) == sizeof header, "recv");
@@ -69,6 +70,7 @@ void roadSend(const RoadJob& job, const std::string& address, const std::functio
     setsockopt(to, SOL_SOCKET, SO_SNDBUF, &buffer, sizeof buffer);
     const sockaddr_in peer = loopback(std::stoi(address));
     roadCheck(connect(to, reinterpret_cast<const sockaddr*>(&peer), sizeof peer) == 0, "connect");
+    roadBegin();
     int64_t due = roadNow();
     for (int i = 0; i < job.count; ++i) {
         if (job.rate > 0)

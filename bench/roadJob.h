@@ -39,6 +39,7 @@ private:
 };
 
 int64_t roadNow();  // ns, monotonic
+void roadBegin();  // set up: CPU time of this process counts from here
 void roadCheck(bool good, const char* what);  // ends the process when not good
 
 // --- Each program's own -------------------------------------------------------------
