@@ -306,14 +306,15 @@ ZVbuffer V4l2Capture::pictureOf(const V4l2Done& done)
     ZVbuffer buffer = std::exchange(slot.buffer, nullptr);
     bool good = !done.damaged;
     if (direct()) {
-        good = good && done.bytes >= frameBytes_;
+        good = good && done.offset == 0 && done.bytes >= frameBytes_;
     } else if (good) {
         if (poolFree(pool_) <= 0 || bufferAllocate(pool_, &buffer) != 0) {
             events_->happened(KPSequenceLost, 1);
             return nullptr;
         }
         good = bufferCapacity(buffer) >= frameBytes_
-            && pictures_.load(static_cast<const uint8_t*>(slot.data), std::min(done.bytes, int(slot.length)),
+            && pictures_.load(static_cast<const uint8_t*>(slot.data) + done.offset,
+                              std::min(done.bytes, int(slot.length) - done.offset),
                               static_cast<uint8_t*>(bufferMap(buffer)));
     }
     if (good)

@@ -152,9 +152,10 @@ int V4l2Node::dequeue(uint32_t memory, V4l2Done* done) const
         return -1;
     const bool monotonic = (buffer.flags & V4L2_BUF_FLAG_TIMESTAMP_MASK) == V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC;
     *done = {int(buffer.index),
-             int(planes_ ? plane.bytesused : buffer.bytesused),
+             int(plane.data_offset),
+             int(planes_ ? plane.bytesused - plane.data_offset : buffer.bytesused),
              buffer.field,
-             (buffer.flags & V4L2_BUF_FLAG_ERROR) != 0 || plane.data_offset != 0,
+             (buffer.flags & V4L2_BUF_FLAG_ERROR) != 0 || plane.data_offset > plane.bytesused,
              buffer.sequence,
              monotonic ? int64_t(buffer.timestamp.tv_sec) * 1000000000 + int64_t(buffer.timestamp.tv_usec) * 1000
                        : int64_t(now())};

@@ -23,7 +23,8 @@ struct V4l2Format {
 // A buffer that the driver has given back.
 struct V4l2Done {
     int index = -1;
-    int bytes = 0;
+    int offset = 0;  // of the picture in the buffer
+    int bytes = 0;  // of the picture
     uint32_t field = V4L2_FIELD_NONE;
     bool damaged = false;
     uint32_t sequence = 0;
