@@ -39,6 +39,8 @@ static std::string asText(const std::string& file, const RKtrackInfo& info)
     out += text("  rate         %d/%d (%.3f frames/s)\n", info.rateNumerator, info.rateDenominator, rateOf(info));
     out += text("  frames       %d (%.3f s)\n", info.frames, durationOf(info));
     out += text("  interlacing  %s\n", interlacingName(info.interlacing));
+    if (info.cutShort != 0)
+        out += "  cut short    the file ends before its container does\n";
     out += text("  as JPEG      %s\n",
                 info.jpeg != 0 ? "straight from the file" : "each frame is decoded and encoded again");
     return out;
@@ -58,7 +60,8 @@ static std::string asJson(const std::string& file, const RKtrackInfo& info)
                                         {"frames", info.frames},
                                         {"seconds", durationOf(info)},
                                         {"interlacing", interlacingName(info.interlacing)},
-                                        {"jpegStraight", info.jpeg != 0}};
+                                        {"jpegStraight", info.jpeg != 0},
+                                        {"cutShort", info.cutShort != 0}};
     return out.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
 }
 

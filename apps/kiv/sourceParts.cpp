@@ -40,6 +40,7 @@ PictureFormat MoviePart::configure(const PictureFormat&, const NodeText*)
 
     RKtrackInfo info = {};
     rkGetTrackInfo(movie_.imageTrack, &info);
+    cutShort_ = info.cutShort != 0;
     PictureFormat out;
     out.jpeg = true;
     out.width = movie_.imageSizeX;
@@ -53,6 +54,8 @@ PictureFormat MoviePart::configure(const PictureFormat&, const NodeText*)
 
 void MoviePart::open(RunContext& run)
 {
+    if (cutShort_)
+        run.failed(place() + ": the file was cut; the frames that are there are played", false);
     run.loop().addFD(movie_.endFD(), [this, &run] {
         run.loop().removeFD(movie_.endFD());
         run.sourceEnded();

@@ -22,6 +22,7 @@ public:
 
 private:
     MovieSource movie_;
+    bool cutShort_ = false;
     bool unreadableSaid_ = false;
 };
 

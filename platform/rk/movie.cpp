@@ -10,6 +10,7 @@ extern "C" {
 }
 
 #include "platform/limits.h"
+#include "platform/rk/claimedSize.h"
 #include "platform/rk/jpegFacts.h"
 #include "platform/rk/rate.h"
 #include "platform/support/error.h"
@@ -77,6 +78,7 @@ void describeTrack(Movie& movie, const AVStream* stream, const std::vector<long 
     info.jpeg = codec->codec_id == AV_CODEC_ID_MJPEG;
     info.interlacing = interlacingOf(codec->field_order);
     info.bytes = movie.file->bytes();
+    info.cutShort = isCutShort(*movie.file) ? 1 : 0;
     setText(info.container, containerName(movie.file->container()));
     setText(info.codec, avcodec_get_name(codec->codec_id));
     setText(info.pixelFormat, av_get_pix_fmt_name(AVPixelFormat(codec->format)));

@@ -65,6 +65,7 @@ typedef struct RKtrackInfo {
     int jpeg; /* 1: frames are JPEG in the file and read without work */
     int interlacing; /* RK_INTERLACING_... */
     long long bytes; /* of the file */
+    int cutShort; /* 1: an AVI or Matroska container that says it is longer than the file */
 } RKtrackInfo;
 KIV_API int rkGetTrackInfo(RKtrack track, RKtrackInfo* info);
 

@@ -168,6 +168,23 @@ TEST(roadOptions, FramesEndTheRunAndLoopsGoOn)
     }
 }
 
+TEST(roadOptions, AFileThatWasCutIsPlayedAndSaid)
+{
+    Folder folder;
+    for (const std::string ending : {"avi", "mkv"}) {
+        const std::string whole = folder / "whole." + ending, cut = folder / "cut." + ending;
+        shell("ffmpeg -v error -f lavfi -i testsrc2=s=64x48:r=25 -frames:v 20 -c:v mjpeg " + whole);
+        shell("head -c $(($(stat -c %s " + whole + ") / 2)) " + whole + " > " + cut);
+        Program good({"run", "--json", "movie " + whole + " every ! null"});
+        EXPECT_EQ(good.wait(), 0) << good.err;
+        Program kiv({"run", "--json", "movie " + cut + " every ! null"});
+        EXPECT_EQ(kiv.wait(), 1) << cut;
+        EXPECT_EQ(kiv.err, "kiv: node 1 'movie': the file was cut; the frames that are there are played\n");
+        EXPECT_GT(kiv.summary()["frames"], 5);
+        EXPECT_LT(kiv.summary()["frames"], 20);
+    }
+}
+
 TEST(roadOptions, ProbeDescribesAMovie)
 {
     Folder folder;
