@@ -5,7 +5,6 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdint>
 
 // Never one of the three standard descriptors, even when those are closed.
@@ -26,10 +25,8 @@ EventFd::~EventFd()
 
 void EventFd::raise()
 {
-    int kept = errno;
     uint64_t one = 1;
     [[maybe_unused]] ssize_t n = write(fd_, &one, sizeof one);
-    errno = kept;
 }
 
 void EventFd::clear()

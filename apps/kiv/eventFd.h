@@ -10,7 +10,7 @@ public:
     EventFd& operator=(const EventFd&) = delete;
 
     int fd() const { return fd_; }  // readable while raised; -1 when there was none left
-    void raise();  // also from a signal handler
+    void raise();
     void clear();
 
 private:

@@ -7,13 +7,14 @@
 
 PeerLink::PeerLink(std::unique_ptr<wispSocket> connection) : connection_(std::move(connection)) { }
 
-// Reader thread. The words stand before the event is raised; after that they do not change.
+// Reader thread. The words stand before over_ does; after that they do not change.
 int PeerLink::end(bool broken, const std::string& reason)
 {
     if (stopRequested() != 0)
         return -1;
     reason_ = reason;
     broken_ = broken;
+    over_ = true;
     ended_.raise();
     threadPoll(threadStopFD(), 0);
     return -1;

@@ -29,9 +29,10 @@ public:
     void setGate(std::function<bool()> gate) { gate_ = std::move(gate); }
 
     int endFD() const { return ended_.fd(); }  // readable once nothing more can be read
+    bool over() const { return over_; }  // what endFD says; the next two stand from then on
     bool broken() const { return broken_; }  // ended within a message, or by one that is refused
     bool sendFailed() const { return sendFailed_; }  // loop thread
-    const std::string& reason() const { return reason_; }  // once endFD is readable, or sendFailed
+    const std::string& reason() const { return reason_; }  // also after sendFailed
     std::string lastWords();  // of an ended connection: who, and why
     wispSocket& connection() { return *connection_; }
     long long messages() const { return messages_; }  // read whole
@@ -41,6 +42,7 @@ private:
 
     std::unique_ptr<wispSocket> connection_;
     EventFd ended_;
+    std::atomic<bool> over_ = false;
     std::atomic<bool> broken_ = false;
     bool sendFailed_ = false;
     std::string reason_;

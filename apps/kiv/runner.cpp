@@ -3,10 +3,9 @@
 
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdio>
 
-#include "apps/kiv/eventFd.h"
+#include "apps/kiv/endSignals.h"
 #include "apps/kiv/graph.h"
 #include "apps/kiv/summary.h"
 #include "apps/kiv/text.h"
@@ -16,40 +15,9 @@ namespace {
 constexpr long long secondNs = 1000000000;
 constexpr long long drainNs = 2 * secondNs;  // frames under way after an early end
 
-// SIGINT and SIGTERM: the first one ends the run in order, the second one the process.
-class EndSignals {
-public:
-    EndSignals();
-    ~EndSignals();
-    int fd() const { return event_.fd(); }
-
-private:
-    static void handle(int) { active->event_.raise(); }
-    static EndSignals* active;
-    EventFd event_;
-    struct sigaction oldInt_ = {}, oldTerm_ = {};
-};
-EndSignals* EndSignals::active = nullptr;
-
-EndSignals::EndSignals()
-{
-    active = this;
-    struct sigaction action = {};
-    action.sa_handler = handle;
-    action.sa_flags = int(SA_RESETHAND) | SA_RESTART;
-    sigaction(SIGINT, &action, &oldInt_);
-    sigaction(SIGTERM, &action, &oldTerm_);
-}
-
-EndSignals::~EndSignals()
-{
-    sigaction(SIGINT, &oldInt_, nullptr);
-    sigaction(SIGTERM, &oldTerm_, nullptr);
-}
-
 class Runner : public RunContext {
 public:
-    Runner(const RunOptions& options, Graph& graph) : options_(options), graph_(graph) { }
+    Runner(const RunOptions& options, Graph& graph, int endFD) : options_(options), graph_(graph), endFD_(endFD) { }
 
     Summary run();
 
@@ -72,8 +40,8 @@ private:
 
     const RunOptions& options_;
     Graph& graph_;
+    const int endFD_;  // readable when the user wants the end
     kivLoop loop_;
-    EndSignals signals_;
     StatusLine status_;
     int holds_ = 0;
     bool begun_ = false;  // the nodes have been started
@@ -191,8 +159,8 @@ Summary Runner::run()
         failed(wrong, true);
     else
         open();
-    loop_.addFD(signals_.fd(), [this] {
-        loop_.removeFD(signals_.fd());
+    loop_.addFD(endFD_, [this] {
+        loop_.removeFD(endFD_);
         endEarly();
     });
     if (options_.seconds > 0)  // also when no peer comes
@@ -224,9 +192,10 @@ Summary Runner::run()
 int runGraph(const RunOptions& options)
 {
     setTrace(options.trace ? 1 : 0);
+    const EndSignals signals;
     try {
         Graph graph(parseGraph(options.graph));
-        const Summary summary = Runner(options, graph).run();
+        const Summary summary = Runner(options, graph, signals.fd()).run();
         const bool told = printOut(options.json ? jsonSummary(summary) : humanSummary(summary));
         return told ? summary.exitCode : int(exitFailed);
     } catch (const GraphError& error) {

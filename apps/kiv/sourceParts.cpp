@@ -6,7 +6,6 @@
 
 #include "apps/kiv/text.h"
 #include "platform/rk/rk.h"
-#include "platform/thread/thread.h"
 
 // Opens the movie once before the node does, because the node's own words for a
 // file that is no movie do not say where in the graph it stands.
@@ -85,26 +84,6 @@ int RecvPart::Node::start(int withChildren)
     return err == kivErrNone && kivShared(readLoopPID).load() < 0 ? int(kivErrMovieThread) : err;
 }
 
-int RecvPart::Node::handleEvents(fd_set fdSet)
-{
-    const int err = kivNetworkRecv::handleEvents(fdSet);
-    if (err != kivErrNotReady)
-        takenEvent_.raise();
-    return err;
-}
-
-bool RecvPart::Node::taken() { return kivShared(handledCurrent).load() != 0; }
-
-bool RecvPart::Node::waitTaken()
-{
-    while (!taken()) {
-        if (threadPoll(takenEvent_.fd(), 0) != THREAD_POLL_READY)
-            return false;
-        takenEvent_.clear();
-    }
-    return true;
-}
-
 // The reader uses the link until it has ended.
 RecvPart::~RecvPart() { receiver_.endReader(); }
 
@@ -147,7 +126,7 @@ void RecvPart::takePeer(RunContext& run, std::unique_ptr<wispSocket> peer)
     run.loop().addFD(link->endFD(), [this, &run] {
         run.loop().removeFD(link_->endFD());
         reading_ = false;
-        leaving_ = true;
+        leaving_ = link_->over();
     });
     link_ = std::move(link);
     reading_ = true;

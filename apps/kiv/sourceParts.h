@@ -1,7 +1,6 @@
 // sourceParts.h - the sources of a graph: a movie, a connection.
 #pragma once
 
-#include "apps/kiv/eventFd.h"
 #include "apps/kiv/graphPart.h"
 #include "apps/kiv/movieSource.h"
 #include "apps/kiv/peerDoor.h"
@@ -48,12 +47,8 @@ private:
     public:
         ~Node() override { endReader(); }
         int start(int withChildren) override;
-        int handleEvents(fd_set fdSet) override;
-        bool taken();
-        bool waitTaken();  // reader; false: stop was asked for
-
-    private:
-        EventFd takenEvent_;
+        using kivNetworkRecv::waitTaken;
+        bool taken() { return kivShared(handledCurrent).load() != 0; }
     };
 
     void takePeer(RunContext& run, std::unique_ptr<wispSocket> peer);

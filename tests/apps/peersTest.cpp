@@ -181,4 +181,15 @@ TEST_F(peers, AnInterruptedRunEndsInOrderWithItsSummary)
     expectNothingLost(kiv);
 }
 
+TEST_F(peers, ASecondSignalEndsTheProcess)
+{
+    Program kiv({"run", receive("") + " ! null"});
+    ASSERT_NE(kiv.waitForLine("listening on"), "");
+    kiv.signal(SIGSTOP);  // so that both are there when it goes on
+    kiv.signal(SIGINT);
+    kiv.signal(SIGTERM);
+    kiv.signal(SIGCONT);
+    EXPECT_EQ(kiv.wait(), 128 + SIGTERM) << kiv.err;
+}
+
 }  // namespace

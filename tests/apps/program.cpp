@@ -29,6 +29,7 @@ Program::Program(std::vector<std::string> arguments)
     if (pid_ == 0) {
         dup2(outPipe[1], STDOUT_FILENO);
         dup2(errPipe[1], STDERR_FILENO);
+        ::signal(SIGINT, SIG_DFL);  // a shell's background jobs ignore it
         execv(argv[0], argv.data());
         _exit(127);
     }
