@@ -154,7 +154,7 @@ private:
             const uint64_t late = time > due ? (time - due) / period_ : 0;
             frame += int64_t(late);
             due += late * period_;
-            if (late > 0)
+            if (late > 0 && shown_ != nullptr)  // with nothing on it, nothing is missed
                 events_->happened(KPSequenceLost, (long long)late);
             if (!tick(frame))
                 return;
