@@ -21,9 +21,10 @@ protected:
         arguments.insert(arguments.end(), options.begin(), options.end());
         Program kiv(arguments);
         EXPECT_EQ(kiv.wait(), 0) << kiv.err;
-        for (const auto& pool : kiv.summary()["pools"])
+        const nlohmann::json summary = kiv.summary();
+        for (const auto& pool : summary["pools"])
             EXPECT_EQ(pool["lost"], 0) << pool;
-        return kiv.summary();
+        return summary;
     }
 };
 
