@@ -85,6 +85,7 @@ PictureFormat DecoderPart::configure(const PictureFormat& in, const NodeText* ne
     PictureFormat out = in;
     out.jpeg = false;
     out.packing = packingFor(next);
+    out.fullRange = true;
     return setUp(in, out);
 }
 
@@ -104,5 +105,17 @@ PictureFormat ConvertPart::configure(const PictureFormat& in, const NodeText*)
     needPictures(text_, in);
     PictureFormat out = in;
     out.packing = int(text_.value("packing").number);
-    return setUp(in, out);
+    out = setUp(in, out);
+    sayRange(in.fullRange);
+    return out;
+}
+
+// Which levels the pictures have; without a word the converter takes a camera's.
+void ConvertPart::sayRange(bool fullRange)
+{
+    ZVparams* levels = nullptr;
+    zvParamsCreate(&levels);
+    zvParamsSetInt(levels, ZV_IC_FULL_RANGE, fullRange ? 1 : 0);
+    zvICSetConvParams(converter_.imgConvCtx, levels);
+    zvParamsDestroy(levels);
 }

@@ -76,5 +76,7 @@ protected:
     const std::string& refused() override { return converter_.refused; }
 
 private:
+    void sayRange(bool fullRange);
+
     WatchedIC<kivIC> converter_;
 };

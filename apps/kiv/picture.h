@@ -9,6 +9,7 @@ struct PictureFormat {
     int width = 0, height = 0;  // pixels
     int rateNumerator = 0, rateDenominator = 1;  // frames per second; 0 = unknown
     int interlacing = 0;  // RK_INTERLACING_...
+    bool fullRange = false;  // CbYCr levels are 0..255, as JPEG has them; else studio range, as cameras do
     bool live = false;  // late frames give way to newer ones
 };
 

@@ -24,8 +24,9 @@ std::string y4mHeader(const PictureFormat& format)
         : format.interlacing == RK_INTERLACING_BOTTOM_FIRST           ? 'b'
                                                                       : 'p';
     const char* colour = format.packing == ZV_IMAGE_PACKING_LUMINANCE ? "mono" : "422";
-    return text("YUV4MPEG2 W%d H%d F%d:%d I%c A1:1 C%s XCOLORRANGE=FULL\n", format.width, format.height,
-                format.rateNumerator, format.rateDenominator, interlacing, colour);
+    return text("YUV4MPEG2 W%d H%d F%d:%d I%c A1:1 C%s XCOLORRANGE=%s\n", format.width, format.height,
+                format.rateNumerator, format.rateDenominator, interlacing, colour,
+                format.fullRange ? "FULL" : "LIMITED");
 }
 
 std::string Y4mWriter::open()

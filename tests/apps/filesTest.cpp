@@ -49,6 +49,7 @@ TEST(frameFiles, WritesY4mPlanesOfAnOddWidth)
     format.rateNumerator = 30000;
     format.rateDenominator = 1001;
     format.interlacing = RK_INTERLACING_TOP_FIRST;
+    format.fullRange = true;
     const uint8_t rows[] = {10, 1, 20, 2, 11, 3, 30, 4, 40, 5, 31, 6};
     auto writer = makeFrameWriter(path, format);
     EXPECT_EQ(writer->open(), "");

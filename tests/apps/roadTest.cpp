@@ -168,6 +168,26 @@ TEST(roadOptions, FramesEndTheRunAndLoopsGoOn)
     }
 }
 
+// Decoding to CbYCrY and converting that comes out as decoding to RGB at once.
+TEST(roadOptions, AConvertedPictureKeepsItsLevels)
+{
+    Folder folder;
+    const std::string movie = folder / "clip.mov";
+    shell("ffmpeg -v error -f lavfi -i color=c=0xe8c010:s=64x48 -frames:v 1 -c:v mjpeg -q:v 2 " + movie);
+    for (const std::string between : {"", "convert packing=RGB ! "}) {
+        Program kiv({"run",
+                     "movie " + movie + " every ! jpegdec ! " + between + "file "
+                         + folder / (between.empty() ? "a%d.ppm" : "b%d.ppm")});
+        ASSERT_EQ(kiv.wait(), 0) << kiv.err;
+    }
+    const std::string direct = contents(folder / "a1.ppm"), converted = contents(folder / "b1.ppm");
+    ASSERT_EQ(direct.size(), converted.size());
+    long long apart = 0;
+    for (size_t i = 0; i < direct.size(); ++i)
+        apart += std::abs(int(uint8_t(direct[i])) - int(uint8_t(converted[i])));
+    EXPECT_LT(double(apart) / double(direct.size()), 2.0);
+}
+
 TEST(roadOptions, AFileThatWasCutIsPlayedAndSaid)
 {
     Folder folder;
