@@ -13,6 +13,7 @@
 #include <chrono>
 #include <cstdarg>
 #include <cstring>
+#include <mutex>
 
 const char* const captureFile = "/dev/video0";
 const char* const outputFile = "/dev/video1";
@@ -20,6 +21,8 @@ const char* const outputFile = "/dev/video1";
 DriverHand hand;
 
 namespace {
+
+std::mutex countLock;  // a capture's thread and a playout's come here at the same time
 
 using Ioctl = int (*)(int, unsigned long, ...);
 
@@ -60,12 +63,15 @@ extern "C" __attribute__((visibility("default"))) int ioctl(int fd, unsigned lon
         return refuse(EINVAL);
     if (request == VIDIOC_QBUF) {
         const auto memory = static_cast<v4l2_buffer*>(argument)->memory;
+        std::lock_guard lock(countLock);
         hand.queuedUserPointers += memory == V4L2_MEMORY_USERPTR;
         hand.queuedMapped += memory == V4L2_MEMORY_MMAP;
     }
     const int result = driverCall(fd, request, argument);
-    if (request == VIDIOC_DQBUF && result == 0)
+    if (request == VIDIOC_DQBUF && result == 0) {
+        std::lock_guard lock(countLock);
         hand.fields.push_back(static_cast<v4l2_buffer*>(argument)->field);
+    }
     return result;
 }
 
