@@ -89,12 +89,14 @@ int kivLatch::grab()
     return kivErrNone;
 }
 
-// Hands the latched buffer to the children, then lets the latch go. The reference
-// stays until the next grab.
+// Hands the latched buffer, with all that was drawn into it, to the children, then
+// lets the latch go. The reference stays until the next grab.
 int kivLatch::release()
 {
-    if (latchBuffer != nullptr)
+    if (latchBuffer != nullptr) {
+        zvBufferSync(latchBuffer);
         propagate(latchBuffer);
+    }
     unlockLatchBuffer();
     return kivErrNone;
 }

@@ -53,6 +53,7 @@ ZVbuffer freshBuffer(unsigned number, int size)
     slot.size.store(size, std::memory_order_relaxed);
     slot.ust.store(0, std::memory_order_relaxed);
     slot.msc.store(0, std::memory_order_relaxed);
+    slot.writer.store(nullptr, std::memory_order_relaxed);
     slot.state.store(generation << referenceBits | 1, std::memory_order_release);
     return bufferHandle(number, generation);
 }
@@ -151,7 +152,35 @@ int bufferFree(ZVbuffer handle)
 void* bufferMap(ZVbuffer handle)
 {
     BufferSlot* slot = liveSlot(handle);
+    if (slot == nullptr)
+        return nullptr;
+    if (BufferWriter* writer = slot->writer.load(std::memory_order_acquire); writer != nullptr)
+        writer->write(*writer, handle, true);
+    return slot->data.load(std::memory_order_relaxed);
+}
+
+void* bufferMapRaw(ZVbuffer handle)
+{
+    BufferSlot* slot = liveSlot(handle);
     return slot != nullptr ? slot->data.load(std::memory_order_relaxed) : nullptr;
+}
+
+int bufferSetWriter(ZVbuffer handle, BufferWriter* writer)
+{
+    BufferSlot* slot = liveSlot(handle);
+    if (slot == nullptr)
+        return ZV_FAILURE;
+    slot->writer.store(writer, std::memory_order_release);
+    return ZV_SUCCESS;
+}
+
+int bufferSync(ZVbuffer handle)
+{
+    BufferSlot* slot = liveSlot(handle);
+    if (slot == nullptr)
+        return ZV_FAILURE;
+    BufferWriter* writer = slot->writer.load(std::memory_order_acquire);
+    return writer == nullptr ? ZV_SUCCESS : writer->write(*writer, handle, false);
 }
 
 int bufferSize(ZVbuffer handle)
@@ -226,6 +255,7 @@ extern "C" int zvBufferFree(ZVbuffer buffer) { return bufferFree(buffer); }
 
 // The calls below are for holders of a reference; they take none and never block.
 extern "C" void* zvBufferMapData(ZVbuffer buffer) { return bufferMap(buffer); }
+extern "C" int zvBufferSync(ZVbuffer buffer) { return bufferSync(buffer); }
 extern "C" int zvBufferGetSize(ZVbuffer buffer) { return bufferSize(buffer); }
 extern "C" int zvBufferSetSize(ZVbuffer buffer, int size) { return bufferSetSize(buffer, size); }
 extern "C" USTMSCpair zvBufferGetUSTMSCpair(ZVbuffer buffer) { return bufferStamp(buffer); }

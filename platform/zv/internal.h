@@ -44,11 +44,25 @@ int bufferAllocate(ZVbufferpool pool, ZVbuffer* out);
 int bufferAttach(ZVbuffer buffer);
 int bufferFree(ZVbuffer buffer);
 void* bufferMap(ZVbuffer buffer);
+void* bufferMapRaw(ZVbuffer buffer);  // the same, without asking the writer: for the writer itself
 int bufferSize(ZVbuffer buffer);
 int bufferCapacity(ZVbuffer buffer);  // bytes that fit; -1 on failure
 int bufferSetSize(ZVbuffer buffer, int size);
 USTMSCpair bufferStamp(ZVbuffer buffer);
 int bufferSetStamp(ZVbuffer buffer, USTMSCpair stamp);
+
+// Somebody who keeps what belongs into a buffer elsewhere, and brings it there
+// before others look. It holds no reference. Never freed: a thread may have just
+// looked it up, so its maker keeps and reuses it.
+struct BufferWriter {
+    // Brings `buffer` up to date if it is still the one that this writer stands for,
+    // else does nothing. Any thread that holds a reference. `mapping`: somebody only
+    // maps the buffer, so only what this very thread drew is brought. 0 or -1.
+    int (*write)(BufferWriter& self, ZVbuffer buffer, bool mapping);
+};
+// Null takes it away; a buffer that comes fresh from its pool has none.
+int bufferSetWriter(ZVbuffer buffer, BufferWriter* writer);
+int bufferSync(ZVbuffer buffer);
 int bufferMemory(ZVbuffer buffer, int* fd, long long* offset, int* capacity);
 
 }  // namespace kiv

@@ -18,9 +18,9 @@
 namespace kiv {
 
 struct Pool;
+struct BufferWriter;
 
 // One buffer. Relaxed atomics throughout: two holders may set and get at once.
-// The rest of its cache line is for what a later layer registers per buffer.
 struct alignas(64) BufferSlot {
     std::atomic<uint64_t> state;  // generation (40) | references (24); changed by one CAS
     std::atomic<Pool*> pool;
@@ -30,6 +30,7 @@ struct alignas(64) BufferSlot {
     std::atomic<int> size;  // valid bytes
     std::atomic<uint32_t> index;  // its place in the pool
     std::atomic<uint32_t> next;  // that of the next free buffer
+    std::atomic<BufferWriter*> writer;  // null for most
 };
 static_assert(sizeof(BufferSlot) == 64);
 

@@ -204,6 +204,9 @@ KIV_API int zvBufferAllocate(ZVbufferpool pool, ZVbuffer* out);
 KIV_API int zvBufferAttach(ZVbuffer buffer); /* one more reference */
 KIV_API int zvBufferFree(ZVbuffer buffer); /* one less; the last returns it to its pool */
 KIV_API void* zvBufferMapData(ZVbuffer buffer); /* page-aligned, capacity bytes; null on failure */
+/* Brings what a graphics context has drawn for the buffer into its bytes, before it
+ * is handed on; nothing to do for most buffers. On the thread that draws. */
+KIV_API int zvBufferSync(ZVbuffer buffer);
 KIV_API int zvBufferGetSize(ZVbuffer buffer); /* valid bytes; -1 on failure */
 KIV_API int zvBufferSetSize(ZVbuffer buffer, int size); /* refuses < 0 and > capacity */
 KIV_API USTMSCpair zvBufferGetUSTMSCpair(ZVbuffer buffer); /* zero pair on failure */

@@ -1,0 +1,63 @@
+// ScratchWindow.h - a ready-made OpenGL window in a Motif frame.
+#pragma once
+
+#include <GL/glx.h>
+#include <X11/Intrinsic.h>
+
+#include "platform/api.h"
+
+// Loop-bound: everything runs on the thread that created the window.
+class KIV_API ScratchWindow {
+public:
+    // Opens the default display (`display` only stands in until then), a window of
+    // that many pixels and a direct context, made current and cleared to black.
+    // Options that the toolkit knows are taken out of argc/argv; argc may be null.
+    // Null, with one line on standard error, when there is no display or no visual.
+    static ScratchWindow* create(Display* display, int width, int height, int* argc, char** argv);
+
+    virtual ~ScratchWindow() = default;
+
+    virtual void setContext() = 0;  // makes the window's context current
+    virtual int getWidth() = 0;  // pixels, as requested
+    virtual int getHeight() = 0;
+    virtual int getBufferSize() = 0;  // bytes of the window as 32-bit pixels
+    virtual GLXContext getContext() = 0;
+    // `name`: a callback resource of the drawing area ("exposeCallback", ...).
+    virtual void addGLCallback(char* name, XtCallbackProc func, void* data) = 0;
+    virtual void eventLoop() = 0;  // returns when the window is closed
+    virtual void addInput(int fd, XtInputCallbackProc func, void* data) = 0;  // func when fd is readable
+};
+
+// The only implementation. Widgets and application context stay until the process ends.
+class KIV_API scratchWindow : public ScratchWindow {
+public:
+    scratchWindow(int width, int height, int* argc, char** argv);
+    ~scratchWindow() override;
+
+    void setContext() override;
+    int getWidth() override;
+    int getHeight() override;
+    int getBufferSize() override;
+    GLXContext getContext() override;
+    void addGLCallback(char* name, XtCallbackProc func, void* data) override;
+    void eventLoop() override;
+    void addInput(int fd, XtInputCallbackProc func, void* data) override;
+
+    int isValid();
+    XtAppContext getAppContext();  // for an application's own timers; null when not valid
+    Widget getDrawingArea();  // null when not valid
+
+private:
+    bool openToolkit(int* argc, char** argv);
+    bool openWindow();
+    void clear();
+
+    bool windowValid = false;
+    int winWidth, winHeight;  // pixels
+    GLXContext context = nullptr;
+    XtAppContext appCtx = nullptr;
+    XVisualInfo* visInfo = nullptr;  // the drawing area's own
+    Widget topLevel = nullptr;
+    Widget frame = nullptr;
+    Widget glArea = nullptr;
+};
