@@ -119,7 +119,7 @@ int kivLatch::handleEvents(fd_set)
 {
     if (!std::atomic_ref(haveNewBuffer).load())
         return kivErrNotReady;
-    if (latchOwner_.load() == std::this_thread::get_id())
+    if (latchedHere())
         return kivErrNotReady;
     grab();
     release();

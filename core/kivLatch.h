@@ -40,6 +40,10 @@ public:
     ZVbuffer newBuffer;  // one reference
     ZVbuffer latchBuffer;  // one reference
 
+protected:
+    // Has the calling thread grabbed the latch? A grab of it would then never return.
+    bool latchedHere() const { return latchOwner_.load() == std::this_thread::get_id(); }
+
 private:
     std::atomic<std::thread::id> latchOwner_;  // thread that took the latch lock; none when free
 };
