@@ -45,6 +45,7 @@ constexpr Member videoMembers[] = {
 constexpr Member videooutMembers[] = {
     {"jack", MemberType::suffix, false, false, 0, 0, "", "", "part of an output's name; 'kiv devices' lists them"},
     {"record", MemberType::path, false, false, 0, 0, "", "", "built-in monitor: .y4m file of what was shown"},
+    {"faults", MemberType::word, false, false, 0, 0, "", "", "fault script of the built-in monitor, for tests"},
 };
 constexpr Member checkMembers[] = {
     {"keep", MemberType::path, false, false, 0, 0, "", "", "a .png or .ppm of one picture in a hundred"},

@@ -32,6 +32,18 @@ int findJack(const NodeText& node, bool output, const std::string& name, std::st
     return fits.back()->number;
 }
 
+namespace {
+
+// A text of the path's device, if the graph has it.
+void setText(const NodeText& node, int path, const char* key, const char* member)
+{
+    const Value& value = node.value(member);
+    if (value.given && kpSetPathText(kivVideo::server, path, key, value.text.c_str()) != 0)
+        throw GraphError(node.number, node.kind->name, value.where, text("%s: %s", member, serviceError().c_str()));
+}
+
+}  // namespace
+
 // The event that says so is looked at before the node takes it: its answer tells
 // a lost device from other news.
 int VideoPart::Camera::handleEvents(fd_set fdSet)
@@ -51,13 +63,6 @@ int VideoPart::Camera::propagate(ZVbuffer outBuffer)
     return kivVideoIn::propagate(outBuffer);
 }
 
-void VideoPart::setText(const char* key, const char* member)
-{
-    const Value& value = text_.value(member);
-    if (value.given && kpSetPathText(kivVideo::server, camera_.path, key, value.text.c_str()) != 0)
-        throw GraphError(text_.number, text_.kind->name, value.where, text("%s: %s", member, serviceError().c_str()));
-}
-
 // Size and rate as they are asked for: what the device cannot do is an error, not
 // something else.
 void VideoPart::setUp(int jack)
@@ -65,8 +70,8 @@ void VideoPart::setUp(int jack)
     camera_.setup(jack, KP_KIND_VIDEO);
     if (camera_.path < 1 || kpGetTransferSize(kivVideo::server, camera_.path) < 0)
         throw GraphError(text_, "cannot be taken: " + serviceError());
-    setText(KP_TEXT_CLIP, "clip");
-    setText(KP_TEXT_FAULTS, "faults");
+    setText(text_, camera_.path, KP_TEXT_CLIP, "clip");
+    setText(text_, camera_.path, KP_TEXT_FAULTS, "faults");
     const Value& size = text_.value("size");
     if (size.given
         && camera_.setXYControl(camera_.path, camera_.drainNode, KP_CONTROL_SIZE, int(size.number), int(size.second)))
@@ -182,9 +187,8 @@ PictureFormat VideoOutPart::configure(const PictureFormat& in, const NodeText*)
         throw GraphError(text_, text("does not show %d x %d: %s", in.width, in.height, serviceError().c_str()));
     if (in.rateNumerator > 0)
         output_.setFractControl(path, node, KP_CONTROL_RATE, in.rateNumerator, in.rateDenominator);
-    const Value& record = text_.value("record");
-    if (record.given && kpSetPathText(kivVideo::server, path, KP_TEXT_RECORD, record.text.c_str()) != 0)
-        throw GraphError(text_.number, text_.kind->name, record.where, "record: " + serviceError());
+    setText(text_, path, KP_TEXT_RECORD, "record");
+    setText(text_, path, KP_TEXT_FAULTS, "faults");
     return in;
 }
 

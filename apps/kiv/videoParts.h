@@ -34,7 +34,6 @@ private:
         bool gone = false;
     };
 
-    void setText(const char* key, const char* member);
     void setUp(int jack);
 
     Camera camera_;

@@ -82,6 +82,10 @@ TEST_F(video, LostPicturesAreCountedAndALostDeviceEndsTheRun)
     EXPECT_EQ(unplugged.wait(), 1);
     EXPECT_THAT(unplugged.err, HasSubstr("node 1 'video': the device is gone"));
     EXPECT_EQ(unplugged.summary()["nodes"][1]["right"], 20);
+
+    Program output({"run", "video:pattern size=160x120 ! videoout:monitor 'faults=unplug 5'"});
+    EXPECT_EQ(output.wait(), 1);
+    EXPECT_THAT(output.err, HasSubstr("node 2 'videoout': the device is gone"));
 }
 
 TEST_F(video, DevicesAreListed)
@@ -105,6 +109,7 @@ TEST_F(video, WrongGraphsNameThePlaceAndTheRemedy)
         {"video:pattern size=63x48 ! null", "node 1 'video': size: "},
         {"video:pattern rate=2000 ! null", "node 1 'video': rate: "},
         {"video:pattern faults=bang ! null", "node 1 'video': faults: "},
+        {"video:pattern ! videoout:monitor faults=bang", "node 2 'videoout': faults: "},
         {"video:clip ! null", "node 1 'video': the clip camera plays a file; write clip=FILE"},
         {"video:pattern ! file a.mjpeg", "put jpegenc before it"},
         {"video:pattern ! jpegenc ! videoout", "node 3 'videoout': takes pictures, and JPEG comes in"},
