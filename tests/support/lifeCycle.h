@@ -8,43 +8,19 @@
 // and, where it needs members set and its own setup called, by a LifeCycleOf of its own.
 #pragma once
 
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <thread>
 
 #include "tests/support/fakeNode.h"
+#include "tests/support/resources.h"
 
 template <class Node> struct LifeCycleOf {
     static std::unique_ptr<Node> make() { return std::make_unique<Node>(); }
     static void setup(Node&) { }  // once in a life, anywhere before or after the other operations
 };
-
-inline int entriesOf(const char* directory)
-{
-    int n = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(directory))
-        ++n;
-    return n;
-}
-inline int openDescriptors() { return entriesOf("/proc/self/fd"); }
-// Counted when it has stood still for a few milliseconds: the system lists a
-// thread that was joined for a moment longer.
-inline int runningThreads()
-{
-    int threads = entriesOf("/proc/self/task");
-    for (int still = 0; still < 3;) {
-        usleep(1000);
-        const int now = entriesOf("/proc/self/task");
-        still = now == threads ? still + 1 : 0;
-        threads = now;
-    }
-    return threads;
-}
 
 template <class Node> class LifeCycle : public testing::Test {
 protected:

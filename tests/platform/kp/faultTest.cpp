@@ -236,13 +236,13 @@ TEST(kpFaults, LeaveNothingBehindInTwoHundredLives)
                 rig.end();
             EXPECT_EQ(rig.giveUp(), 0);
             EXPECT_EQ(poolReferences(pool.pool), 0);
-            EXPECT_EQ(threadsOnceThereAre(threads), threads);
+            EXPECT_EQ(runningThreads(), threads);
         }
         EXPECT_GT(ran, 150);
         EXPECT_GT(gone, 10);
     }
     EXPECT_EQ(openDescriptors(), descriptors);
-    EXPECT_EQ(threadsOnceThereAre(threads), threads);
+    EXPECT_EQ(runningThreads(), threads);
 }
 
 }  // namespace

@@ -85,7 +85,7 @@ TEST(kpLife, EndsInEveryStateAndOrder)
                     life.step(*step);
             }
             EXPECT_EQ(openDescriptors(), descriptors);
-            EXPECT_EQ(threadsOnceThereAre(threads), threads);
+            EXPECT_EQ(runningThreads(), threads);
         }
 }
 

@@ -4,29 +4,11 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 
-#include <filesystem>
 #include <string>
 
 #include "platform/kp/kp.h"
 #include "tests/support/poolFixture.h"
-
-inline int entriesOf(const char* directory)
-{
-    int n = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(directory))
-        ++n;
-    return n;
-}
-inline int openDescriptors() { return entriesOf("/proc/self/fd"); }
-inline int runningThreads() { return entriesOf("/proc/self/task"); }
-
-// A thread that was joined may still be listed for a moment.
-inline int threadsOnceThereAre(int expected)
-{
-    for (int i = 0; i < 1000 && runningThreads() != expected; ++i)
-        poll(nullptr, 0, 1);
-    return runningThreads();
-}
+#include "tests/support/resources.h"
 
 inline bool readableNow(int fd)
 {
