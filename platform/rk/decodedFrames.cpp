@@ -40,6 +40,12 @@ public:
         return 0;
     }
 
+    int picture(int index, AVFrame* frame) override
+    {
+        std::lock_guard lock(lock_);
+        return checkDecoded(file_, index, decoder_.decode(index, frame));
+    }
+
 private:
     int make(int index)
     {
@@ -50,11 +56,8 @@ private:
         if (result == 0)
             result = writer_.encode(*frame_, jpeg_.get());
         av_frame_unref(frame_.get());
-        if (result == AVERROR(ENOMEM))
-            throw std::bad_alloc();
-        if (result < 0)
-            return recordError(wasStopped(result) ? ZV_ERROR_STOPPED : ZV_ERROR_DATA,
-                               "'%s': frame %d cannot be decoded: %s", file_.name(), index, AvText(result).text);
+        if (checkDecoded(file_, index, result) != 0)
+            return -1;
         made_ = index;
         return 0;
     }

@@ -19,10 +19,11 @@ extern "C" {
     X(av_frame_unref) X(av_free) X(av_get_pix_fmt_name) X(av_log_set_callback) X(av_malloc) \
     X(av_pix_fmt_desc_get) X(av_reduce) X(av_strerror)
 #define KIV_AVCODEC_CALLS(X) \
-    X(av_packet_alloc) X(av_packet_free) X(av_packet_unref) X(avcodec_alloc_context3) X(avcodec_descriptor_get) \
-    X(avcodec_find_decoder) X(avcodec_find_encoder) X(avcodec_flush_buffers) X(avcodec_free_context) \
-    X(avcodec_get_name) X(avcodec_open2) X(avcodec_parameters_to_context) X(avcodec_receive_frame) \
-    X(avcodec_receive_packet) X(avcodec_send_frame) X(avcodec_send_packet)
+    X(av_new_packet) X(av_packet_alloc) X(av_packet_free) X(av_packet_unref) X(avcodec_alloc_context3) \
+    X(avcodec_descriptor_get) X(avcodec_find_decoder) X(avcodec_find_encoder) X(avcodec_flush_buffers) \
+    X(avcodec_free_context) X(avcodec_get_name) X(avcodec_open2) X(avcodec_parameters_alloc) \
+    X(avcodec_parameters_copy) X(avcodec_parameters_free) X(avcodec_parameters_to_context) \
+    X(avcodec_receive_frame) X(avcodec_receive_packet) X(avcodec_send_frame) X(avcodec_send_packet)
 #define KIV_AVFORMAT_CALLS(X) \
     X(av_find_input_format) X(av_read_frame) X(av_seek_frame) X(avformat_alloc_context) X(avformat_close_input) \
     X(avformat_find_stream_info) X(avformat_index_get_entries_count) X(avformat_index_get_entry) \

@@ -16,21 +16,42 @@ constexpr int groupsTried = 3;
 
 }  // namespace
 
+CodecPtr openDecoder(const MovieFile& file, const AVCodecParameters* parameters)
+{
+    const AVCodec* decoder = avcodec_find_decoder(parameters->codec_id);
+    if (decoder == nullptr) {
+        recordError(ZV_ERROR_UNSUPPORTED, "'%s': no decoder for %s", file.name(),
+                    avcodec_get_name(parameters->codec_id));
+        return nullptr;
+    }
+    CodecPtr codec(avcodec_alloc_context3(decoder));
+    if (!codec || avcodec_parameters_to_context(codec.get(), parameters) < 0)
+        throw std::bad_alloc();
+    codec->thread_count = 1;  // a frame asked for out of order then waits for no other
+    codec->max_pixels = (long long)kivLimits()->imageWidth * kivLimits()->imageHeight;
+    const int result = avcodec_open2(codec.get(), decoder, nullptr);
+    if (result >= 0)
+        return codec;
+    recordError(ZV_ERROR_UNSUPPORTED, "'%s': %s cannot be decoded: %s", file.name(), decoder->name,
+                AvText(result).text);
+    return nullptr;
+}
+
+int checkDecoded(const MovieFile& file, int index, int result)
+{
+    if (result == AVERROR(ENOMEM))
+        throw std::bad_alloc();
+    if (result >= 0)
+        return 0;
+    return recordError(wasStopped(result) ? ZV_ERROR_STOPPED : ZV_ERROR_DATA, "'%s': frame %d cannot be decoded: %s",
+                       file.name(), index, AvText(result).text);
+}
+
 int FrameDecoder::open(const MovieFile& file)
 {
-    const AVCodec* decoder = avcodec_find_decoder(parameters()->codec_id);
-    if (decoder == nullptr)
-        return recordError(ZV_ERROR_UNSUPPORTED, "'%s': no decoder for %s", file.name(),
-                           avcodec_get_name(parameters()->codec_id));
-    codec_.reset(avcodec_alloc_context3(decoder));
-    if (!codec_ || avcodec_parameters_to_context(codec_.get(), parameters()) < 0)
-        throw std::bad_alloc();
-    codec_->thread_count = 1;  // a frame asked for out of order then waits for no other
-    codec_->max_pixels = (long long)kivLimits()->imageWidth * kivLimits()->imageHeight;
-    const int result = avcodec_open2(codec_.get(), decoder, nullptr);
-    if (result < 0)
-        return recordError(ZV_ERROR_UNSUPPORTED, "'%s': %s cannot be decoded: %s", file.name(), decoder->name,
-                           AvText(result).text);
+    codec_ = openDecoder(file, parameters());
+    if (!codec_)
+        return -1;
     packet_ = newPacket();
     rank_.assign(reader_.list().packets.size(), -1);
     for (int i = 0; i < frames(); ++i)

@@ -5,6 +5,14 @@
 
 namespace kiv::rk {
 
+// Opens the codec of a track, for one picture after the other. Null with an error
+// recorded. Throws std::bad_alloc.
+CodecPtr openDecoder(const MovieFile& file, const AVCodecParameters* parameters);
+
+// 0 for a frame that was decoded, else -1 with the AVERROR recorded. Throws
+// std::bad_alloc where that is the reason.
+int checkDecoded(const MovieFile& file, int index, int result);
+
 // Decodes frame i, whatever was decoded before: on from where it is when that
 // leads there, else from the key picture before it. Not thread-safe.
 class FrameDecoder {

@@ -18,10 +18,14 @@ public:
     virtual int largest() = 0;  // no frame has more bytes
     // At most `room` bytes of the frame. 0, or -1 with an error recorded.
     virtual int read(int index, int room, void* to) = 0;
+    // The decoded picture of the frame, in place of what `frame` held. The same results.
+    virtual int picture(int index, AVFrame* frame) = 0;
 };
 
 // JPEG frames that lie in the file in one piece each: one pread a frame, no lock.
-std::unique_ptr<FrameSource> makeStoredFrames(const MovieFile& file, std::vector<StoredFrame> frames);
+// `codec` is copied.
+std::unique_ptr<FrameSource> makeStoredFrames(const MovieFile& file, const AVCodecParameters* codec,
+                                              std::vector<StoredFrame> frames);
 
 // JPEG frames that only the demuxer can put together (Matroska with packed headers).
 std::unique_ptr<FrameSource> makePacketFrames(const MovieFile& file, std::unique_ptr<Demuxer> demuxer, PacketList list);

@@ -12,5 +12,7 @@ int trackInfo(RKtrack track, RKtrackInfo* info);
 int compressedSize(RKtrack track, int index);
 int largestCompressedSize(RKtrack track);
 int readCompressed(RKtrack track, int index, int size, void* addr);
+int setMovieRect(RKmovie movie, const RKrect* rectangle);
+int renderMovie(RKmovie movie, long long time, int timeScale);
 
 }  // namespace kiv::rk

@@ -156,15 +156,16 @@ int openJpegTrack(Movie& movie, std::unique_ptr<Demuxer> demuxer)
         return -1;
     if (fromHeader == 0) {
         describeTrack(movie, demuxer->image(), times);
-        movie.frames = makeStoredFrames(*movie.file, std::move(frames));
+        movie.frames = makeStoredFrames(*movie.file, demuxer->image()->codecpar, std::move(frames));
     } else {
         PacketList list;
         demuxer = Demuxer::open(*movie.file);  // afresh: not every demuxer comes back to its first packet
         if (!demuxer || listPackets(movie, *demuxer, list) != 0)
             return -1;
         describeTrack(movie, demuxer->image(), timesOf(list));
-        movie.frames = liesInFile(list) ? makeStoredFrames(*movie.file, storedFramesOf(list))
-                                        : makePacketFrames(*movie.file, std::move(demuxer), std::move(list));
+        movie.frames = liesInFile(list)
+            ? makeStoredFrames(*movie.file, demuxer->image()->codecpar, storedFramesOf(list))
+            : makePacketFrames(*movie.file, std::move(demuxer), std::move(list));
     }
     describeJpeg(movie);
     return checkSize(*movie.file, movie.info.width, movie.info.height);
@@ -196,6 +197,7 @@ std::unique_ptr<Movie> openMovie(const char* name)
         return movie;
     const bool jpeg = demuxer->image()->codecpar->codec_id == AV_CODEC_ID_MJPEG;
     const int result = jpeg ? openJpegTrack(*movie, std::move(demuxer)) : openOtherTrack(*movie, std::move(demuxer));
+    movie->rendering.placeWhole(movie->info);
     return result == 0 ? std::move(movie) : nullptr;
 }
 

@@ -5,6 +5,7 @@
 
 #include "platform/rk/frameSource.h"
 #include "platform/rk/movieFile.h"
+#include "platform/rk/rendering.h"
 #include "platform/rk/rk.h"
 
 namespace kiv::rk {
@@ -14,6 +15,7 @@ struct Movie {
     std::unique_ptr<FrameSource> frames;  // null: the movie has no image track
     RKtrackInfo info = {};
     RKtrack track = nullptr;  // the handle that ends with the movie
+    Rendering rendering;
 };
 
 // Opens and indexes. Null with an error recorded.

@@ -1,6 +1,7 @@
 // rk.cpp - the public calls: handles in, results and recorded errors out.
 #include "platform/rk/rk.h"
 
+#include <cmath>
 #include <new>
 
 #include "platform/rk/ffmpegCalls.h"
@@ -144,6 +145,35 @@ int readCompressed(RKtrack track, int index, int size, void* addr)
     });
 }
 
+int setMovieRect(RKmovie handle, const RKrect* rectangle)
+{
+    const Movies::Pin movie = movies.pin(handle, "rkSetMovieRect");
+    if (!movie)
+        return -1;
+    if (rectangle == nullptr) {
+        movie->rendering.placeWhole(movie->info);
+        return 0;
+    }
+    for (const float edge : {rectangle->x0, rectangle->y0, rectangle->x1, rectangle->y1})
+        if (!std::isfinite(edge))
+            return recordError(ZV_ERROR_ARGUMENT, "'%s': a rectangle with an edge at %g", movie->file->name(),
+                               double(edge));
+    movie->rendering.place(*rectangle);
+    return 0;
+}
+
+int renderMovie(RKmovie handle, long long time, int timeScale)
+{
+    const Movies::Pin movie = movies.pin(handle, "rkRenderMovieToOpenGL");
+    if (!movie)
+        return -1;
+    if (!movie->frames)
+        return recordError(ZV_ERROR_DATA, "'%s': no image track", movie->file->name());
+    if (timeScale <= 0)
+        return recordError(ZV_ERROR_ARGUMENT, "'%s': time in units of 1/%d s", movie->file->name(), timeScale);
+    return guarded([&] { return movie->rendering.draw(*movie->frames, frameAt(movie->info, time, timeScale)); });
+}
+
 }  // namespace kiv::rk
 
 using namespace kiv::rk;
@@ -202,3 +232,9 @@ int rkReadCompressedImage(RKtrack track, int index, int size, void* addr)
 {
     return readCompressed(track, index, size, addr);
 }
+
+// Takes effect with the next frame that is drawn. Any thread, never blocks.
+int rkSetMovieRect(RKmovie movie, const struct RKrect* rectangle) { return setMovieRect(movie, rectangle); }
+
+// Decodes and draws one frame; blocks on the file. On the thread of the context.
+int rkRenderMovieToOpenGL(RKmovie movie, long long time, int timeScale) { return renderMovie(movie, time, timeScale); }

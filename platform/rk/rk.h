@@ -69,6 +69,24 @@ typedef struct RKtrackInfo {
 } RKtrackInfo;
 KIV_API int rkGetTrackInfo(RKtrack track, RKtrackInfo* info);
 
+/* Where a movie is drawn, in pixels of the GL drawable: columns x0 to x1 from the
+ * left, rows y0 to y1 with the picture's top row at y0. Row 0 is GL's row 0, which is
+ * the first row in the memory of an associated buffer. */
+typedef struct RKrect {
+    float x0, y0, x1, y1;
+} RKrect;
+/* Copies the rectangle, for this and all later drawing; null: the size of the picture,
+ * at 0, 0, which also holds before the first call. Any thread. */
+KIV_API int rkSetMovieRect(RKmovie movie, const struct RKrect* rectangle);
+/* Draws the frame that is shown at `time`, in units of 1/timeScale seconds, into the
+ * current drawable, and brings the result into the buffer that is associated with it.
+ * A time up to 1 us before a frame is that frame's, so that a frame's own time, cut to
+ * whole units, leads to it; times outside the movie are those of its ends. GL's state
+ * is as before, and no GL error is left. Blocks on the file and the decoder. On the
+ * thread where the context is current; -1 when none is, or when the frame cannot be
+ * decoded, and then nothing is drawn. */
+KIV_API int rkRenderMovieToOpenGL(RKmovie movie, long long time, int timeScale);
+
 KIV_C_END
 
 #endif

@@ -4,7 +4,7 @@
 #include <mutex>
 
 #include "platform/limits.h"
-#include "platform/rk/frameSource.h"
+#include "platform/rk/jpegFrames.h"
 #include "platform/rk/packetReader.h"
 #include "platform/support/error.h"
 
@@ -20,9 +20,10 @@ int overLimit(const MovieFile& file, int index, int size)
                        size, kivLimits()->frameBytes);
 }
 
-class StoredFrames : public FrameSource {
+class StoredFrames : public JpegFrames {
 public:
-    StoredFrames(const MovieFile& file, std::vector<StoredFrame> frames) : file_(file), frames_(std::move(frames))
+    StoredFrames(const MovieFile& file, const AVCodecParameters* codec, std::vector<StoredFrame> frames)
+        : JpegFrames(file, codec), frames_(std::move(frames))
     {
         for (const StoredFrame& frame : frames_) {
             if (isInFile(frame) && !isOverLimit(frame.size))
@@ -54,15 +55,15 @@ private:
         return frame.position >= 0 && frame.position <= file_.bytes() - frame.size;
     }
 
-    const MovieFile& file_;
     const std::vector<StoredFrame> frames_;
     int largest_ = 0;
 };
 
-class PacketFrames : public FrameSource {
+class PacketFrames : public JpegFrames {
 public:
     PacketFrames(const MovieFile& file, std::unique_ptr<Demuxer> demuxer, PacketList list)
-        : file_(file), reader_(std::move(demuxer), std::move(list)), packet_(newPacket())
+        : JpegFrames(file, demuxer->image()->codecpar), reader_(std::move(demuxer), std::move(list)),
+          packet_(newPacket())
     {
         for (int i : reader_.list().shown) {
             const int bytes = reader_.list().packets[size_t(i)].size;
@@ -105,7 +106,6 @@ private:
         return result != 0 || at == wanted ? result : AVERROR_INVALIDDATA;
     }
 
-    const MovieFile& file_;
     std::mutex lock_;  // guards reader_'s place and packet_
     PacketReader reader_;
     PacketPtr packet_;
@@ -114,9 +114,10 @@ private:
 
 }  // namespace
 
-std::unique_ptr<FrameSource> makeStoredFrames(const MovieFile& file, std::vector<StoredFrame> frames)
+std::unique_ptr<FrameSource> makeStoredFrames(const MovieFile& file, const AVCodecParameters* codec,
+                                              std::vector<StoredFrame> frames)
 {
-    return std::make_unique<StoredFrames>(file, std::move(frames));
+    return std::make_unique<StoredFrames>(file, codec, std::move(frames));
 }
 
 std::unique_ptr<FrameSource> makePacketFrames(const MovieFile& file, std::unique_ptr<Demuxer> demuxer, PacketList list)

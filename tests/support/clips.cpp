@@ -50,7 +50,8 @@ std::string clip(const std::string& name, const std::string& arguments)
         return path;
     fs::create_directories(folder);
     const fs::path aside = folder / (std::to_string(getpid()) + "-" + name);
-    EXPECT_EQ(runCommand("timeout 60 ffmpeg -nostdin -v error -y " + arguments + " -fflags +bitexact " + quoted(aside)), "");
+    EXPECT_EQ(runCommand("timeout 60 ffmpeg -nostdin -v error -y " + arguments + " -fflags +bitexact " + quoted(aside)),
+              "");
     fs::rename(aside, path);
     return path;
 }
@@ -80,18 +81,36 @@ std::vector<std::string> copiedPackets(const std::string& movie)
     return packets;
 }
 
-std::vector<std::string> decodedLuma(const std::string& movie, int width, int height)
+// All frames as raw pictures, one after the other.
+static std::string decoded(const std::string& movie, const std::string& arguments)
 {
-    const std::string raw = scratchFolder() + "/luma.raw";
+    const std::string raw = scratchFolder() + "/decoded.raw";
     const std::string format = movie.ends_with(".mjpeg") ? " -f mjpeg" : "";
     EXPECT_EQ(runCommand("ffmpeg -nostdin -v error -y" + format + " -i " + quoted(movie)
-                         + " -map 0:v:0 -vsync passthrough -pix_fmt yuvj444p -f rawvideo " + quoted(raw)),
+                         + " -map 0:v:0 -vsync passthrough " + arguments + " -f rawvideo " + quoted(raw)),
               "");
-    const std::string bytes = readFile(raw);
+    return readFile(raw);
+}
+
+std::vector<std::string> decodedLuma(const std::string& movie, int width, int height)
+{
+    const std::string bytes = decoded(movie, "-pix_fmt yuvj444p");
     const size_t plane = size_t(width) * size_t(height);
     std::vector<std::string> frames;
     for (size_t at = 0; at + 3 * plane <= bytes.size(); at += 3 * plane)
         frames.push_back(bytes.substr(at, plane));
+    return frames;
+}
+
+std::vector<std::string> decodedRgba(const std::string& movie, int width, int height)
+{
+    const std::string size = std::to_string(width) + ":" + std::to_string(height);
+    const std::string bytes
+        = decoded(movie, "-vf crop=" + size + ":0:0,scale=flags=neighbor+accurate_rnd+full_chroma_int,format=rgba");
+    const size_t picture = 4 * size_t(width) * size_t(height);
+    std::vector<std::string> frames;
+    for (size_t at = 0; at + picture <= bytes.size(); at += picture)
+        frames.push_back(bytes.substr(at, picture));
     return frames;
 }
 

@@ -20,6 +20,10 @@ std::vector<std::string> copiedPackets(const std::string& movie);
 // Decoded by ffmpeg: the luma planes, full range, of all frames in order.
 std::vector<std::string> decodedLuma(const std::string& movie, int width, int height);
 
+// Decoded by ffmpeg: R G B A of all frames in order, the upper left part of that size. A
+// chroma sample is that of all pixels that it covers, provided that the size is even.
+std::vector<std::string> decodedRgba(const std::string& movie, int width, int height);
+
 double psnr(const std::string& a, const std::string& b);  // dB, of equal planes; 99 when they are the same
 
 // Runs a shell command: "" when it succeeds, else the command and what it printed.
