@@ -28,6 +28,8 @@ install(EXPORT kivTargets NAMESPACE kiv:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cm
 configure_package_config_file(cmake/kivConfig.cmake.in ${CMAKE_CURRENT_BINARY_DIR}/kivConfig.cmake
   INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/kiv NO_SET_AND_CHECK_MACRO)
 write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/kivConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+# Relative to the file itself, so that it is right wherever it is installed to.
+file(RELATIVE_PATH KIV_PC_TO_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 configure_file(cmake/kiv.pc.in ${CMAKE_CURRENT_BINARY_DIR}/kiv.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kivConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/kivConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/kiv COMPONENT dev)
