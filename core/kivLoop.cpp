@@ -29,6 +29,12 @@ struct Timer {
     std::function<void()> onDeadline;
 };
 
+// A tree with the chains that serve it.
+struct Tree {
+    kivObj* root;
+    std::vector<std::unique_ptr<kivChain>> chains;
+};
+
 unsigned long long now()
 {
     unsigned long long ns = 0;
@@ -40,6 +46,8 @@ unsigned long long now()
 
 struct kivLoop::State {
     std::vector<kivChain*> chains;  // null once removed, until the pass ends
+    std::vector<Tree> trees;
+    std::vector<Tree> removedTrees;  // kept until the pass ends
     std::deque<Watch> watches;  // a deque: a running handler stays where it is while others are added
     std::vector<Timer> timers;  // few: a scan finds the next one
     std::function<void()> onPass;
@@ -49,6 +57,7 @@ struct kivLoop::State {
     int lastTimer = 0;
     int badFD = -1;
 
+    void addBranch(Tree* tree, kivObj* head);
     int gather(fd_set* set);
     int wait(int maxFD, fd_set* set);
     int reportBadWait(int maxFD, const fd_set& set);
@@ -80,6 +89,28 @@ int kivLoop::removeChain(kivChain* chain)
         return kivErrNone;
     }
     return kivErrParams;
+}
+
+int kivLoop::addTree(kivObj* root)
+{
+    if (root == nullptr)
+        return kivErrParams;
+    Tree tree = {root, {}};
+    state_->addBranch(&tree, root);
+    state_->trees.push_back(std::move(tree));
+    return kivErrNone;
+}
+
+int kivLoop::removeTree(kivObj* root)
+{
+    const auto tree = std::ranges::find(state_->trees, root, &Tree::root);
+    if (tree == state_->trees.end())
+        return kivErrParams;
+    for (const auto& chain : tree->chains)
+        removeChain(chain.get());
+    state_->removedTrees.push_back(std::move(*tree));
+    state_->trees.erase(tree);
+    return kivErrNone;
 }
 
 int kivLoop::addFD(int fd, std::function<void()> onReadable)
@@ -163,6 +194,18 @@ int kivLoop::pass()
     s.dropRemoved();
     s.running = false;
     return kivErrNone;
+}
+
+// A chain from `head` on, then one from each node beside its path.
+void kivLoop::State::addBranch(Tree* tree, kivObj* head)
+{
+    tree->chains.push_back(std::make_unique<kivChain>());
+    kivChain* chain = tree->chains.back().get();
+    chain->setChain(head);
+    chains.push_back(chain);
+    for (kivObj* node = head; node != chain->chainTail; node = node->getObjectList()->obj)
+        for (const kivObjList* other = node->getObjectList()->next; other != nullptr; other = other->next)
+            addBranch(tree, other->obj);
 }
 
 // All descriptors to wait for; returns the highest.
@@ -273,5 +316,6 @@ void kivLoop::State::serveChains(fd_set ready)
 void kivLoop::State::dropRemoved()
 {
     std::erase(chains, nullptr);
+    removedTrees.clear();
     std::erase_if(watches, [](const Watch& watch) { return watch.fd < 0; });
 }

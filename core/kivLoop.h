@@ -10,7 +10,7 @@
 // calls what is due: timers, the application's own descriptors, then each chain, in
 // the order in which they were added, then the pass handler. It waits for the nodes
 // on each chain's path only, because a chain serves no others: what stands beside or
-// below a path gets a chain of its own. A node that several paths share is shown a
+// below a path gets a chain of its own, which addTree sees to. A node that several paths share is shown a
 // ready descriptor once a pass. Handlers may add, remove and quit; they may neither
 // run nor delete the loop. A stopped node takes nothing from its descriptor: remove its
 // chain, or the loop goes round for it.
@@ -23,6 +23,12 @@ public:
 
     int addChain(kivChain* chain);  // not owned; 8 for null
     int removeChain(kivChain* chain);  // 8 when it is not there
+    // Adds chains of the loop's own for a linked tree: one from `root` along the newest
+    // children, and where a node has more children, one from each of the others on. So
+    // every node lies on exactly one, and parents are served before children. The tree is
+    // read now: remove and add it again after addObject. 8 for null.
+    int addTree(kivObj* root);
+    int removeTree(kivObj* root);  // 8 when it is not there
     // Called in each pass that finds `fd` readable. 8 for what select() cannot take.
     int addFD(int fd, std::function<void()> onReadable);
     int removeFD(int fd);  // 8 when it is not there

@@ -8,11 +8,8 @@
 
 static constexpr int keepEvery = 100;  // pictures
 
-PictureFormat CheckPart::configure(const PictureFormat& in, const NodeText*)
+PictureFormat CheckPart::configure(const PictureFormat& in, const Below&)
 {
-    needPictures(text_, in);
-    if (in.packing != ZV_IMAGE_PACKING_CbYCrY)
-        throw GraphError(text_, text("takes CbYCrY, and %s comes in", describe(in).c_str()));
     format_ = in;
     const Value& path = text_.value("keep");
     if (!path.given)
@@ -21,7 +18,7 @@ PictureFormat CheckPart::configure(const PictureFormat& in, const NodeText*)
     const std::string wrong
         = kind == FileKind::png || kind == FileKind::ppm ? checkNumbering(path.text) : "must end in .png or .ppm";
     if (!wrong.empty())
-        throw GraphError(text_.number, text_.kind->name, path.where, "keep '" + path.text + "' " + wrong);
+        throw GraphError(text_, path.where, "keep '" + path.text + "' " + wrong);
     PictureFormat rgb = in;
     rgb.packing = ZV_IMAGE_PACKING_RGB;
     writer_ = makeFrameWriter(path.text, rgb);

@@ -8,7 +8,7 @@
 class CheckPart : public NullPart {
 public:
     using NullPart::NullPart;
-    PictureFormat configure(const PictureFormat& in, const NodeText* next) override;
+    PictureFormat configure(const PictureFormat& in, const Below& below) override;
     Counters counters() override;
     long long dropped() override { return missing_; }
 

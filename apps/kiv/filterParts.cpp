@@ -1,7 +1,8 @@
 // filterParts.cpp - see filterParts.h.
 #include "apps/kiv/filterParts.h"
 
-#include "apps/kiv/frameWriter.h"
+#include <algorithm>
+
 #include "apps/kiv/text.h"
 
 template <class Base> int WatchedIC<Base>::receive(ZVbuffer inBuffer)
@@ -69,29 +70,36 @@ Counters ConverterPart::counters()
 
 long long ConverterPart::dropped() { return stats().dropped; }
 
-// What the node below likes best; CbYCrY is the shortest way from and to JPEG.
-static int packingFor(const NodeText* next)
+// The packing that the first node below likes best among those that all of them take;
+// what none has in common is said of the node that does not take it. CbYCrY is the
+// shortest way from and to JPEG.
+static int packingFor(const Below& below)
 {
-    if (next == nullptr || std::string(next->kind->name) != "file")
+    if (below.empty())
         return ZV_IMAGE_PACKING_CbYCrY;
-    const std::vector<int> packings = packingsOf(fileKindOf(next->value("PATH").text));
-    return packings.empty() ? int(ZV_IMAGE_PACKING_CbYCrY) : packings.front();
+    const FormatSet first = wantsOf(*below.front());
+    auto allTake = [&](int packing) {
+        return std::ranges::all_of(below, [&](const NodeText* node) { return wantsOf(*node).has(false, packing); });
+    };
+    const auto common = std::ranges::find_if(first.packings, allTake);
+    return common != first.packings.end() ? *common
+        : first.packings.empty()          ? int(ZV_IMAGE_PACKING_CbYCrY)
+                                          : first.packings.front();
 }
 
-PictureFormat DecoderPart::configure(const PictureFormat& in, const NodeText* next)
+PictureFormat DecoderPart::configure(const PictureFormat& in, const Below& below)
 {
-    if (!in.jpeg)
-        throw GraphError(text_, text("takes JPEG, and %s comes in; leave it out", describe(in).c_str()));
     PictureFormat out = in;
     out.jpeg = false;
-    out.packing = packingFor(next);
+    out.packing = packingFor(below);
+    if (!below.empty() && !wantsOf(*below.front()).jpeg)
+        out.kindBy = "the wish of " + below.front()->place();
     out.fullRange = true;
     return setUp(in, out);
 }
 
-PictureFormat EncoderPart::configure(const PictureFormat& in, const NodeText*)
+PictureFormat EncoderPart::configure(const PictureFormat& in, const Below&)
 {
-    needPictures(text_, in);
     PictureFormat out = in;
     out.jpeg = true;
     encoder_.quality = float(text_.value("quality").number / 100.0);
@@ -100,9 +108,8 @@ PictureFormat EncoderPart::configure(const PictureFormat& in, const NodeText*)
     return out;
 }
 
-PictureFormat ConvertPart::configure(const PictureFormat& in, const NodeText*)
+PictureFormat ConvertPart::configure(const PictureFormat& in, const Below&)
 {
-    needPictures(text_, in);
     PictureFormat out = in;
     out.packing = int(text_.value("packing").number);
     out = setUp(in, out);

@@ -38,7 +38,7 @@ class DecoderPart : public ConverterPart {
 public:
     using ConverterPart::ConverterPart;
     kivObj& node() override { return decoder_; }
-    PictureFormat configure(const PictureFormat& in, const NodeText* next) override;
+    PictureFormat configure(const PictureFormat& in, const Below& below) override;
 
 protected:
     kivIC& converter() override { return decoder_; }
@@ -53,7 +53,7 @@ class EncoderPart : public ConverterPart {
 public:
     using ConverterPart::ConverterPart;
     kivObj& node() override { return encoder_; }
-    PictureFormat configure(const PictureFormat& in, const NodeText* next) override;
+    PictureFormat configure(const PictureFormat& in, const Below& below) override;
 
 protected:
     kivIC& converter() override { return encoder_; }
@@ -68,7 +68,7 @@ class ConvertPart : public ConverterPart {
 public:
     using ConverterPart::ConverterPart;
     kivObj& node() override { return converter_; }
-    PictureFormat configure(const PictureFormat& in, const NodeText* next) override;
+    PictureFormat configure(const PictureFormat& in, const Below& below) override;
 
 protected:
     kivIC& converter() override { return converter_; }

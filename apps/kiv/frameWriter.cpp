@@ -106,18 +106,25 @@ FileKind fileKindOf(const std::string& path)
     return ending == ".ppm" ? FileKind::ppm : FileKind::unknown;
 }
 
-std::vector<int> packingsOf(FileKind kind)
+FormatSet formatsOf(FileKind kind)
 {
+    static constexpr int y4m[] = {ZV_IMAGE_PACKING_CbYCrY, ZV_IMAGE_PACKING_LUMINANCE};
+    static constexpr int png[] = {ZV_IMAGE_PACKING_RGB, ZV_IMAGE_PACKING_RGBA, ZV_IMAGE_PACKING_LUMINANCE};
+    static constexpr int ppm[] = {ZV_IMAGE_PACKING_RGB};
     switch (kind) {
     case FileKind::y4m:
-        return {ZV_IMAGE_PACKING_CbYCrY, ZV_IMAGE_PACKING_LUMINANCE};
+        return {false, y4m};
     case FileKind::png:
-        return {ZV_IMAGE_PACKING_RGB, ZV_IMAGE_PACKING_RGBA, ZV_IMAGE_PACKING_LUMINANCE};
+        return {false, png};
     case FileKind::ppm:
-        return {ZV_IMAGE_PACKING_RGB};
-    default:
-        return {};
+        return {false, ppm};
+    case FileKind::mjpeg:
+    case FileKind::jpg:
+        return jpegOnly();
+    case FileKind::unknown:
+        return noFormats();
     }
+    return noFormats();
 }
 
 std::string checkNumbering(const std::string& path)

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "apps/kiv/packing.h"
 #include "apps/kiv/picture.h"
 
 // An open file that is written whole or reports why not. Owns the descriptor.
@@ -41,8 +42,7 @@ public:
 enum class FileKind { unknown, y4m, mjpeg, jpg, png, ppm };
 
 FileKind fileKindOf(const std::string& path);  // by its ending
-// Packings that such a file takes, the one to choose first; empty: it takes JPEG.
-std::vector<int> packingsOf(FileKind kind);
+FormatSet formatsOf(FileKind kind);  // what such a file takes
 
 // What is wrong with a numbering in the path ("%s"), or "".
 std::string checkNumbering(const std::string& path);

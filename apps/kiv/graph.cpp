@@ -3,21 +3,31 @@
 
 #include <algorithm>
 
+#include "apps/kiv/link.h"
 #include "apps/kiv/text.h"
 
 Graph::Graph(const std::vector<NodeText>& nodes)
 {
-    PictureFormat format;
-    for (size_t i = 0; i < nodes.size(); ++i) {
-        parts_.push_back(makePart(nodes[i]));
+    for (const NodeText& node : nodes) {
+        const PictureFormat in = node.parent >= 0 ? formats_[size_t(node.parent)] : PictureFormat();
+        if (node.parent >= 0)
+            checkLink(nodes[size_t(node.parent)], node, in);
+        parts_.push_back(node.kind->make(node));
         GraphPart& part = *parts_.back();
-        part.node().setName(nodes[i].kind->name);
-        format = part.configure(format, i + 1 < nodes.size() ? &nodes[i + 1] : nullptr);
-        if (i > 0)
-            parts_[i - 1]->node().addObject(&part.node());
+        part.node().setName(node.name.empty() ? node.kind->name : node.name.c_str());
+        formats_.push_back(part.configure(in, nodesBelow(nodes, node)));
+        noteOrigins(node, in, &formats_.back());
+        if (node.parent < 0)
+            sources_.push_back(&part);
+        sourceOf_.push_back(node.parent < 0 ? &part : sourceOf_[size_t(node.parent)]);
+        if (node.kind->role == NodeRole::sink)
+            sinks_.push_back(&part);
     }
-    chain_.setName("graph");
-    chain_.setChain(&parts_.front()->node());
+    // A node visits its newest child first: linked from the end, branches have their turn
+    // in the order of the text.
+    for (size_t i = parts_.size(); i-- > 0;)
+        if (nodes[i].parent >= 0)
+            parts_[size_t(nodes[i].parent)]->node().addObject(&parts_[i]->node());
 }
 
 // Parents go before their children.
@@ -31,16 +41,54 @@ std::string Graph::init()
 {
     if (kivObj::kivArena == nullptr)
         return "graph: no file for semaphores can be made in /tmp";
-    chain_.init(nullptr);
+    for (GraphPart* source : sources_)
+        source->node().init(nullptr);
     for (const auto& part : parts_)
         if (!part->node().isInitialized())
             return part->place() + ": cannot be initialised: " + serviceError();
     return "";
 }
 
-bool Graph::idle()
+std::string Graph::start()
 {
-    return std::ranges::all_of(parts_, [](const auto& part) { return part->idle(); });
+    for (GraphPart* source : sources_)
+        if (source->node().start(1) != kivErrNone)
+            return source->place() + ": cannot be started: " + serviceError();
+    return "";
+}
+
+void Graph::addTo(kivLoop& loop)
+{
+    for (GraphPart* source : sources_)
+        loop.addTree(&source->node());
+}
+
+void Graph::removeFrom(kivLoop& loop)
+{
+    for (GraphPart* source : sources_)
+        loop.removeTree(&source->node());
+}
+
+bool Graph::idle(const GraphPart& source)
+{
+    return std::ranges::all_of(parts_, [&](const auto& part) { return &sourceOf(*part) != &source || part->idle(); });
+}
+
+GraphPart* Graph::above(const GraphPart& part)
+{
+    const int parent = part.nodeText().parent;
+    return parent < 0 ? nullptr : parts_[size_t(parent)].get();
+}
+
+std::vector<PoolReport> Graph::pools()
+{
+    std::vector<PoolReport> reports;
+    for (const auto& part : parts_) {
+        PoolReport report = {part->place(), {}};
+        if (zvBufferGetPoolLedger(part->node().bufferPool, &report.ledger) == 0)
+            reports.push_back(report);
+    }
+    return reports;
 }
 
 // A node destroys its pool with itself. Its handle is taken away from it first, so

@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "apps/kiv/graphPart.h"
-#include "core/kivChain.h"
 
 struct PoolReport {
     std::string place;
@@ -23,16 +22,27 @@ public:
 
     // Initialises all nodes; "" or what failed.
     std::string init();
-    bool idle();  // no frame is under way
+    // Starts all nodes; "" or what failed.
+    std::string start();
+    void addTo(kivLoop& loop);
+    void removeFrom(kivLoop& loop);
+    bool idle(const GraphPart& source);  // no frame is under way below it
+    // What each node's pool has to say now; those without a pool are left out.
+    std::vector<PoolReport> pools();
     // Deletes the nodes, then looks at their pools: what is still out is lost.
     std::vector<PoolReport> takeApart();
 
-    std::vector<std::unique_ptr<GraphPart>>& parts() { return parts_; }
-    GraphPart& source() { return *parts_.front(); }
-    GraphPart& sink() { return *parts_.back(); }
-    kivChain& chain() { return chain_; }
+    const std::vector<std::unique_ptr<GraphPart>>& parts() { return parts_; }  // in the order of the text
+    const std::vector<GraphPart*>& sources() { return sources_; }
+    const std::vector<GraphPart*>& sinks() { return sinks_; }
+    GraphPart* above(const GraphPart& part);  // null for a source
+    GraphPart& sourceOf(const GraphPart& part) { return *sourceOf_[size_t(part.nodeText().number) - 1]; }
+    // What leaves that part.
+    const PictureFormat& formatOf(const GraphPart& part) { return formats_[size_t(part.nodeText().number) - 1]; }
 
 private:
-    kivChain chain_;
     std::vector<std::unique_ptr<GraphPart>> parts_;
+    std::vector<PictureFormat> formats_;
+    std::vector<GraphPart*> sources_, sinks_;
+    std::vector<GraphPart*> sourceOf_;  // of each part
 };

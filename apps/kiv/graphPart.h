@@ -14,6 +14,9 @@
 // Name and value, in the order in which they are shown.
 using Counters = std::vector<std::pair<const char*, long long>>;
 
+// The nodes below one, in the order of the text; empty at an end.
+using Below = std::vector<const NodeText*>;
+
 // Loop-bound. Life: configure (sizes and packings, down the line), init of the nodes
 // by the graph, open (files, connections), start, frames, close, destruction.
 class GraphPart {
@@ -24,9 +27,9 @@ public:
     GraphPart& operator=(const GraphPart&) = delete;
 
     virtual kivObj& node() = 0;
-    // Takes what comes in, sets the node up, answers what goes out. `next` is the node
-    // below, null at the end. Throws GraphError.
-    virtual PictureFormat configure(const PictureFormat& in, const NodeText* next) = 0;
+    // Takes what comes in, which is among what it wants, sets the node up, answers what goes
+    // out. Throws GraphError.
+    virtual PictureFormat configure(const PictureFormat& in, const Below& below) = 0;
     // Opens what the run needs; reports failures to the run, and adds its descriptors to its loop.
     virtual void open(RunContext&) { }
     // A source begins no further frame. Waits for its reader.
@@ -43,15 +46,8 @@ public:
     virtual Tally* tally() { return nullptr; }
 
     const NodeText& nodeText() const { return text_; }
-    // "node 2 'jpegdec'"
-    std::string place() const;
+    std::string place() const { return text_.place(); }  // "node 2 'jpegdec'"
 
 protected:
     const NodeText text_;
 };
-
-// The part for a node of the text.
-std::unique_ptr<GraphPart> makePart(const NodeText& nodeText);
-
-// Throws GraphError unless uncompressed pictures come in.
-void needPictures(const NodeText& node, const PictureFormat& in);

@@ -1,21 +1,16 @@
-// graphText.h - a graph as it is written: nodes with checked values, or one clear error.
+// graphText.h - a graph as it is written: a forest of nodes with checked values, or one
+// clear error.
 #pragma once
 
-#include <exception>
 #include <string>
 #include <vector>
 
-#include "apps/kiv/grammar.h"
-
-// A part of the graph's text, in bytes.
-struct Span {
-    size_t begin = 0, end = 0;
-};
+#include "apps/kiv/graphError.h"
 
 struct Value {
     bool given = false;  // written in the graph
     std::string text;  // as written, or the default
-    double number = 0;  // integer, real; numerator; width; packing
+    double number = 0;  // integer, real, seconds; numerator; width; packing
     double second = 0;  // denominator; height
     Span where;
 };
@@ -23,36 +18,24 @@ struct Value {
 // One node of the text. Values stand in the order of the kind's members.
 struct NodeText {
     const NodeKind* kind = nullptr;
-    int number = 0;  // place in the graph, from 1
+    std::string name;  // of this node, before its kind; "" for none
+    int number = 0;  // place in the graph, from 1; the index is one less
+    int parent = -1;  // index of the node above; -1 for a source
     Span where;
     std::vector<Value> values;
 
     const Value& value(const char* member) const;
     bool has(const char* member) const { return value(member).given; }
+    std::string title() const;  // "jpegenc", or "enc=jpegenc"
+    std::string place() const;  // "node 2 'jpegenc'"
 };
 
-// What is wrong with a graph, and where. describe() gives two lines: the message
-// after the node's place, and the graph with the part in question marked.
-class GraphError : public std::exception {
-public:
-    GraphError(const NodeText& node, const std::string& message);
-    GraphError(int nodeNumber, const std::string& nodeName, Span where, const std::string& message);
-
-    const char* what() const noexcept override { return message_.c_str(); }
-    std::string describe(const std::string& graph) const;
-
-private:
-    std::string message_;
-    Span where_;
-};
-
-// Reads "movie a.mov every ! jpegdec ! null". Nodes stand between blanks and "!";
-// quotes '...' and "..." keep blanks together. Throws GraphError. Checks names,
-// values and the order of sources and sinks, and that named files can be read.
+// Reads "movie a.mov every ! jpegdec ! ( null, file a.y4m )"; grammarRules() says how
+// nodes are put together. Quotes '...' and "..." keep blanks together, and keep marks
+// from being marks; # begins a comment. Throws GraphError. Checks names, values, the
+// order of sources and sinks, and that named files can be read. Parents come before
+// their children, in the order of the text.
 std::vector<NodeText> parseGraph(const std::string& graph);
 
-// "10", "2.5", "90s", "1m30s", "1h": seconds. False for anything else.
-bool parseSeconds(const std::string& word, double* seconds);
-
-// "1" and more. False for anything else.
-bool parseFrames(const std::string& word, long long* frames);
+// The nodes below one, in the order of the text.
+std::vector<const NodeText*> nodesBelow(const std::vector<NodeText>& nodes, const NodeText& node);

@@ -3,16 +3,19 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 
 #include "apps/kiv/demo.h"
 #include "apps/kiv/devices.h"
-#include "apps/kiv/graphText.h"
+#include "apps/kiv/grammar.h"
 #include "apps/kiv/probe.h"
 #include "apps/kiv/run.h"
 #include "apps/kiv/runner.h"
 #include "apps/kiv/text.h"
+#include "apps/kiv/values.h"
 
 namespace {
 
@@ -52,9 +55,28 @@ std::string joined(const std::vector<std::string>& words)
     return all;
 }
 
+// "" or what is wrong.
+std::string readGraphFile(const std::string& name, RunOptions* run)
+{
+    constexpr size_t longest = 1 << 20;
+    const bool standard = name == "-";
+    FILE* file = standard ? stdin : fopen(name.c_str(), "re");
+    if (file == nullptr)
+        return strerror(errno);
+    run->source = standard ? "stdin" : name;
+    run->graph.resize(longest + 1);
+    run->graph.resize(fread(run->graph.data(), 1, longest + 1, file));
+    const int error = ferror(file) != 0 ? errno : 0;
+    if (!standard)
+        fclose(file);
+    if (error != 0)
+        return strerror(error);
+    return run->graph.size() > longest ? text("a graph has at most %zu bytes", longest) : "";
+}
+
 struct CommandLine {
     std::vector<std::string> graph;
-    std::string seconds, file;
+    std::string seconds, file, graphFile;
     RunOptions run;
     bool probeJson = false;
     bool devicesJson = false;
@@ -76,7 +98,8 @@ std::string checkSeconds(const std::string& word)
 CLI::App* addRun(CLI::App& app, CommandLine* line)
 {
     CLI::App* run = app.add_subcommand("run", "run a graph");
-    run->add_option("GRAPH", line->graph, "the graph; 'kiv help' describes it")->required();
+    auto* graph = run->add_option("GRAPH", line->graph, "the graph; 'kiv help' describes it");
+    run->add_option("-f,--file", line->graphFile, "read the graph from a file; - is standard input")->excludes(graph);
     run->add_option("--frames", line->run.frames, "end when that many frames have reached the sink")
         ->check(checkFrames);
     run->add_option("--seconds", line->seconds, "end after that time: 10, 2.5, 90s, 1m30s")->check(checkSeconds);
@@ -104,7 +127,16 @@ int startDemo(CommandLine& line)
 
 int startRun(CommandLine& line)
 {
-    line.run.graph = joined(line.graph);
+    if (line.graph.empty() && line.graphFile.empty()) {
+        say("run: GRAPH is required: kiv run 'video ! null', or -f FILE");
+        return exitUsage;
+    }
+    if (!line.graph.empty())
+        line.run.graph = joined(line.graph);
+    else if (const std::string wrong = readGraphFile(line.graphFile, &line.run); !wrong.empty()) {
+        say("%s: %s", line.graphFile.c_str(), wrong.c_str());
+        return exitUsage;
+    }
     line.run.status |= isatty(STDERR_FILENO) != 0;
     if (!line.seconds.empty())
         parseSeconds(line.seconds, &line.run.seconds);

@@ -11,6 +11,11 @@ struct PictureFormat {
     int interlacing = 0;  // RK_INTERLACING_...
     bool fullRange = false;  // CbYCr levels are 0..255, as JPEG has them; else studio range, as cameras do
     bool live = false;  // late frames give way to newer ones
+
+    // Who said so, for messages: "node 1 'recv' with size=64x48".
+    std::string kindBy;  // JPEG or the packing
+    std::string sizeBy;
+    std::string rateBy;
 };
 
 int frameBytes(const PictureFormat& format);  // of an uncompressed picture

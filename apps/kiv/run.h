@@ -5,6 +5,9 @@
 
 #include "core/kivLoop.h"
 
+class GraphPart;
+struct Tally;
+
 // Codes with which the program ends.
 enum ExitCode {
     exitGood = 0,
@@ -23,10 +26,10 @@ public:
     virtual void hold() = 0;
     virtual void release() = 0;
 
-    // The source has handed over its last frame; the run ends when the graph is empty.
-    virtual void sourceEnded() = 0;
-    // A sink has got one more frame. False: it was not wanted any more, as enough have come.
-    virtual bool wantsFrame() = 0;
+    // The source has handed over its last frame; the run ends when all have and the graph is empty.
+    virtual void sourceEnded(const GraphPart& source) = 0;
+    // A sink that has counted so many frames gets one more. False: enough have come to it.
+    virtual bool wantsFrame(const Tally& soFar) = 0;
     // One line for the user; nothing failed.
     virtual void note(const std::string& line) = 0;
     // Something failed: one line, and the run will end with exitFailed. `fatal` ends it now.

@@ -3,7 +3,9 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <set>
 
 #include "apps/kiv/endSignals.h"
 #include "apps/kiv/graph.h"
@@ -24,15 +26,17 @@ public:
     kivLoop& loop() override { return loop_; }
     void hold() override;
     void release() override;
-    void sourceEnded() override { ending_ = true; }
-    bool wantsFrame() override;
+    void sourceEnded(const GraphPart& source) override { ended_.insert(&source); }
+    bool wantsFrame(const Tally& soFar) override { return options_.frames == 0 || soFar.frames < options_.frames; }
     void note(const std::string& line) override;
     void failed(const std::string& line, bool fatal) override;
 
 private:
     void open();
     void begin();
+    void endAfter(GraphPart& source);
     void endEarly();
+    bool done(GraphPart& source);
     void afterPass();
     void showStatus();
     void clearStatus();
@@ -45,11 +49,10 @@ private:
     StatusLine status_;
     int holds_ = 0;
     bool begun_ = false;  // the nodes have been started
-    bool ending_ = false;  // the source brings no more
+    std::set<const GraphPart*> ended_;  // sources that bring no more
     bool quitting_ = false;
     bool statusShown_ = false;  // the cursor stands behind a status line
     long long beganNs_ = 0;
-    long long wanted_ = 0;  // frames that sinks took
     std::vector<std::string> errors_;
 };
 
@@ -58,13 +61,13 @@ private:
 void Runner::hold()
 {
     if (holds_++ == 0 && begun_)
-        loop_.removeChain(&graph_.chain());
+        graph_.removeFrom(loop_);
 }
 
 void Runner::release()
 {
     if (--holds_ == 0 && begun_)
-        loop_.addChain(&graph_.chain());
+        graph_.addTo(loop_);
     else if (holds_ == 0)
         begin();
 }
@@ -75,17 +78,33 @@ void Runner::begin()
         return;
     begun_ = true;
     beganNs_ = nowNs();
-    if (graph_.chain().start(1) != kivErrNone)
-        return failed(graph_.source().place() + ": cannot be started: " + serviceError(), true);
-    loop_.addChain(&graph_.chain());
+    if (const std::string wrong = graph_.start(); !wrong.empty())
+        return failed(wrong, true);
+    graph_.addTo(loop_);
+    for (GraphPart* source : graph_.sources())
+        endAfter(*source);
 }
 
-bool Runner::wantsFrame()
+// A source with seconds= ends by itself.
+void Runner::endAfter(GraphPart& source)
 {
-    if (options_.frames > 0 && wanted_ >= options_.frames)
-        return false;
-    ++wanted_;
-    return true;
+    const Value& seconds = source.nodeText().value("seconds");
+    if (seconds.given)
+        loop_.addTimer((unsigned long long)(nowNs() + (long long)(seconds.number * 1e9)), [this, &source] {
+            source.endSource();
+            sourceEnded(source);
+        });
+}
+
+// All sinks below a source have what they are to have, or can get no more.
+bool Runner::done(GraphPart& source)
+{
+    auto full = [&](GraphPart* sink) {
+        return &graph_.sourceOf(*sink) != &source || sink->tally()->frames >= options_.frames;
+    };
+    if (options_.frames > 0 && std::ranges::all_of(graph_.sinks(), full))
+        return true;
+    return ended_.contains(&source) && holds_ == 0 && graph_.idle(source);
 }
 
 void Runner::note(const std::string& line)
@@ -111,8 +130,10 @@ void Runner::endEarly()
         loop_.quit();
         return;
     }
-    graph_.source().endSource();
-    ending_ = true;
+    for (GraphPart* source : graph_.sources()) {
+        source->endSource();
+        sourceEnded(*source);
+    }
     loop_.addTimer((unsigned long long)(nowNs() + drainNs), [this] { loop_.quit(); });
 }
 
@@ -120,8 +141,7 @@ void Runner::afterPass()
 {
     for (const auto& part : graph_.parts())
         part->afterPass(*this);
-    const bool enough = options_.frames > 0 && wanted_ >= options_.frames;
-    if (enough || (ending_ && holds_ == 0 && graph_.idle()))
+    if (std::ranges::all_of(graph_.sources(), [this](GraphPart* source) { return done(*source); }))
         loop_.quit();
 }
 
@@ -143,7 +163,7 @@ void Runner::clearStatus()
     statusShown_ = false;
 }
 
-// The sink first, so that a file which cannot be written is known before a peer is
+// The sinks first, so that a file which cannot be written is known before a peer is
 // asked for; nothing moves before all are open.
 void Runner::open()
 {
@@ -172,12 +192,14 @@ Summary Runner::run()
         failed("the loop cannot wait", true);
 
     clearStatus();
-    graph_.source().endSource();
-    graph_.source().node().stop();
+    for (GraphPart* source : graph_.sources()) {
+        source->endSource();
+        source->node().stop();
+    }
     for (const auto& part : graph_.parts())
         part->close(*this);
     Summary summary = summarise(graph_);
-    loop_.removeChain(&graph_.chain());
+    graph_.removeFrom(loop_);
     summary.pools = graph_.takeApart();
     for (const PoolReport& pool : summary.pools)
         if (pool.ledger.inUse != 0)
@@ -199,7 +221,7 @@ int runGraph(const RunOptions& options)
         const bool told = printOut(options.json ? jsonSummary(summary) : humanSummary(summary));
         return told ? summary.exitCode : int(exitFailed);
     } catch (const GraphError& error) {
-        say("%s", error.describe(options.graph).c_str());
+        say("%s", error.describe(options.graph, options.source, 5).c_str());
         return exitUsage;
     }
 }

@@ -4,7 +4,8 @@
 #include <string>
 
 struct RunOptions {
-    std::string graph;
+    std::string graph;  // its text
+    std::string source = "graph";  // where the text is from, for messages
     long long frames = 0;  // end after that many at the sink; 0 = no such end
     double seconds = 0;  // end after that time; 0 = no such end
     bool status = false;  // a status line each second

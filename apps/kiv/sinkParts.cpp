@@ -1,8 +1,6 @@
 // sinkParts.cpp - see sinkParts.h.
 #include "apps/kiv/sinkParts.h"
 
-#include <algorithm>
-
 #include "apps/kiv/text.h"
 
 static constexpr int drainMs = 2000;
@@ -15,30 +13,28 @@ int NullPart::Sink::receive(ZVbuffer inBuffer)
 {
     if (inBuffer == nullptr)
         return kivErrParams;
-    if (!isStarted() || !part_.run_->wantsFrame())
+    if (!isStarted() || !part_.run_->wantsFrame(part_.tally_))
         return kivErrNone;
     part_.tally_.count(inBuffer);
     part_.take(inBuffer);
     return kivErrNone;
 }
 
-PictureFormat FilePart::configure(const PictureFormat& in, const NodeText*)
+FormatSet FilePart::wants(const NodeText& node)
+{
+    const FileKind kind = fileKindOf(node.value("PATH").text);
+    return kind == FileKind::unknown ? anyFormats() : formatsOf(kind);
+}
+
+PictureFormat FilePart::configure(const PictureFormat& in, const Below&)
 {
     const Value& path = text_.value("PATH");
     const FileKind kind = fileKindOf(path.text);
     auto fail = [&](const std::string& message) {
-        throw GraphError(text_.number, text_.kind->name, path.where, "PATH '" + path.text + "' " + message);
+        throw GraphError(text_, path.where, "PATH '" + path.text + "' " + message);
     };
     if (kind == FileKind::unknown)
         fail("must end in .y4m, .mjpeg, .jpg, .png or .ppm");
-    const std::vector<int> packings = packingsOf(kind);
-    if (packings.empty() && !in.jpeg)
-        fail("takes JPEG, and " + describe(in) + " comes in; put jpegenc before it");
-    if (!packings.empty() && in.jpeg)
-        fail("takes pictures, and JPEG comes in; put jpegdec before it");
-    if (!in.jpeg && std::ranges::find(packings, in.packing) == packings.end())
-        fail(text("does not take %s; put 'convert packing=%s' before it", packingName(in.packing),
-                  packingName(packings.front())));
     const bool single = kind == FileKind::y4m || kind == FileKind::mjpeg;
     if (const std::string wrong = single ? "" : checkNumbering(path.text); !wrong.empty())
         fail(wrong);
@@ -91,7 +87,7 @@ void FilePart::close(RunContext&)
 // Loop thread. Counts the buffer and sends it.
 int SendPart::Node::receive(ZVbuffer inBuffer)
 {
-    if (!isStarted() || !part_.run_->wantsFrame())
+    if (!isStarted() || !part_.run_->wantsFrame(part_.tally_))
         return kivErrNone;
     part_.tally_.count(inBuffer);
     return kivNetworkSend::receive(inBuffer);

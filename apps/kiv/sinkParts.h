@@ -11,7 +11,7 @@ class NullPart : public GraphPart {
 public:
     explicit NullPart(const NodeText& nodeText);
     kivObj& node() override { return sink_; }
-    PictureFormat configure(const PictureFormat& in, const NodeText*) override { return in; }
+    PictureFormat configure(const PictureFormat& in, const Below&) override { return in; }
     void open(RunContext& run) override { run_ = &run; }
     Tally* tally() override { return &tally_; }
 
@@ -42,7 +42,8 @@ private:
 class FilePart : public NullPart {
 public:
     using NullPart::NullPart;
-    PictureFormat configure(const PictureFormat& in, const NodeText* next) override;
+    static FormatSet wants(const NodeText& node);  // by the end of its PATH
+    PictureFormat configure(const PictureFormat& in, const Below& below) override;
     void open(RunContext& run) override;
     void close(RunContext& run) override;
     Counters counters() override { return {{"written", written_}}; }
@@ -64,7 +65,7 @@ class SendPart : public GraphPart {
 public:
     explicit SendPart(const NodeText& nodeText) : GraphPart(nodeText), sender_(*this) { }
     kivObj& node() override { return sender_; }
-    PictureFormat configure(const PictureFormat& in, const NodeText*) override { return in; }
+    PictureFormat configure(const PictureFormat& in, const Below&) override { return in; }
     void open(RunContext& run) override;
     void afterPass(RunContext& run) override;
     void close(RunContext& run) override;  // sends what waits, at most 2 s

@@ -18,11 +18,11 @@ static void checkMovie(const NodeText& node, const std::string& file)
     const std::string wrong = good ? "" : track != nullptr ? "it holds no pictures" : serviceError();
     rkClose(movie);
     if (!good)
-        throw GraphError(node.number, node.kind->name, node.value("FILE").where,
+        throw GraphError(node, node.value("FILE").where,
                          text("FILE '%s' cannot be played: %s", file.c_str(), wrong.c_str()));
 }
 
-PictureFormat MoviePart::configure(const PictureFormat&, const NodeText*)
+PictureFormat MoviePart::configure(const PictureFormat&, const Below&)
 {
     std::string file = text_.value("FILE").text;
     checkMovie(text_, file);
@@ -57,7 +57,7 @@ void MoviePart::open(RunContext& run)
         run.failed(place() + ": the file was cut; the frames that are there are played", false);
     run.loop().addFD(movie_.endFD(), [this, &run] {
         run.loop().removeFD(movie_.endFD());
-        run.sourceEnded();
+        run.sourceEnded(*this);
     });
 }
 
@@ -87,7 +87,7 @@ int RecvPart::Node::start(int withChildren)
 // The reader uses the link until it has ended.
 RecvPart::~RecvPart() { receiver_.endReader(); }
 
-PictureFormat RecvPart::configure(const PictureFormat&, const NodeText*)
+PictureFormat RecvPart::configure(const PictureFormat&, const Below&)
 {
     const Value& size = text_.value("size");
     PictureFormat out;
@@ -157,7 +157,7 @@ void RecvPart::peerGone(RunContext& run)
     else
         run.note(line);
     if (last)
-        run.sourceEnded();
+        run.sourceEnded(*this);
     else
         door_.waitForPeer();
 }

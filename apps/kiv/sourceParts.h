@@ -11,7 +11,7 @@ class MoviePart : public GraphPart {
 public:
     using GraphPart::GraphPart;
     kivObj& node() override { return movie_; }
-    PictureFormat configure(const PictureFormat& in, const NodeText* next) override;
+    PictureFormat configure(const PictureFormat& in, const Below& below) override;
     void open(RunContext& run) override;
     void endSource() override { movie_.endReader(); }
     bool idle() override { return movie_.taken(); }
@@ -32,7 +32,7 @@ public:
     using GraphPart::GraphPart;
     ~RecvPart() override;
     kivObj& node() override { return receiver_; }
-    PictureFormat configure(const PictureFormat& in, const NodeText* next) override;
+    PictureFormat configure(const PictureFormat& in, const Below& below) override;
     void open(RunContext& run) override;
     void endSource() override;
     bool idle() override;

@@ -3,11 +3,21 @@
 
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "apps/kiv/text.h"
 
 static double secondsOf(const timeval& t) { return double(t.tv_sec) + double(t.tv_usec) / 1e6; }
+
+// What all sinks have counted.
+static Tally allSinks(Graph& graph)
+{
+    Tally all;
+    for (GraphPart* sink : graph.sinks())
+        all.add(*sink->tally());
+    return all;
+}
 
 static long long droppedIn(Graph& graph)
 {
@@ -20,7 +30,7 @@ static long long droppedIn(Graph& graph)
 Summary summarise(Graph& graph)
 {
     Summary s;
-    const Tally& tally = *graph.sink().tally();
+    const Tally tally = allSinks(graph);
     s.frames = tally.frames;
     s.bytes = tally.bytes;
     s.dropped = droppedIn(graph);
@@ -28,7 +38,7 @@ Summary summarise(Graph& graph)
     s.p50Ms = tally.ages.percentileMs(50);
     s.p99Ms = tally.ages.percentileMs(99);
     for (const auto& part : graph.parts())
-        s.nodes.push_back({part->nodeText().number, part->nodeText().kind->name, part->counters()});
+        s.nodes.push_back({part->nodeText().number, part->nodeText().title(), part->counters()});
     rusage usage = {};
     getrusage(RUSAGE_SELF, &usage);
     s.cpuSeconds = secondsOf(usage.ru_utime) + secondsOf(usage.ru_stime);
@@ -53,8 +63,11 @@ std::string humanSummary(const Summary& s)
     std::string out = text("%lld frames, %.1f MB in %.1f s (%.1f frames/s, %.1f MB/s), %lld dropped, %s\n", s.frames,
                            megabytes, s.seconds, framesPerSecond(s), s.seconds > 0 ? megabytes / s.seconds : 0,
                            s.dropped, latency(s.p50Ms, s.p99Ms).c_str());
+    int nameWidth = 0;
+    for (const NodeSummary& node : s.nodes)
+        nameWidth = std::max(nameWidth, int(node.name.size()));
     for (const NodeSummary& node : s.nodes) {
-        out += text("  %d %-8s", node.number, node.name.c_str());
+        out += text("  %-2d %-*s", node.number, nameWidth, node.name.c_str());
         for (size_t i = 0; i < node.counters.size(); ++i)
             out += text("%s %lld %s", i == 0 ? "" : ",", node.counters[i].second, node.counters[i].first);
         out += "\n";
@@ -92,14 +105,15 @@ std::string jsonSummary(const Summary& s)
 
 std::string StatusLine::next(Graph& graph, double seconds)
 {
-    Tally& tally = *graph.sink().tally();
+    const Tally tally = allSinks(graph);
     const long long now = nowNs();
     const double passed = ns_ != 0 ? double(now - ns_) / 1e9 : 1.0;
     std::string line
         = text("%5.0f s  %lld frames  %.1f/s  %.1f MB/s  %lld dropped  %s", seconds, tally.frames,
                double(tally.frames - frames_) / passed, double(tally.bytes - bytes_) / 1e6 / passed, droppedIn(graph),
                latency(tally.recent.percentileMs(50), tally.recent.percentileMs(99)).c_str());
-    tally.recent = {};
+    for (GraphPart* sink : graph.sinks())
+        sink->tally()->recent = {};
     frames_ = tally.frames;
     bytes_ = tally.bytes;
     ns_ = now;

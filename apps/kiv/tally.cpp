@@ -1,6 +1,7 @@
 // tally.cpp - see tally.h.
 #include "apps/kiv/tally.h"
 
+#include <algorithm>
 #include <cmath>
 
 void AgeHistogram::add(long long ns)
@@ -13,6 +14,13 @@ void AgeHistogram::add(long long ns)
         return;
     ++classes_[size_t(at)];
     ++count_;
+}
+
+void AgeHistogram::add(const AgeHistogram& other)
+{
+    for (size_t i = 0; i < classes_.size(); ++i)
+        classes_[i] += other.classes_[i];
+    count_ += other.count_;
 }
 
 // The middle of the class in which that share of all ages is reached.
@@ -41,6 +49,18 @@ void Tally::count(ZVbuffer buffer)
         return;
     ages.add(now - stamp);
     recent.add(now - stamp);
+}
+
+void Tally::add(const Tally& other)
+{
+    if (other.frames == 0)
+        return;
+    firstNs = frames == 0 ? other.firstNs : std::min(firstNs, other.firstNs);
+    lastNs = std::max(lastNs, other.lastNs);
+    frames += other.frames;
+    bytes += other.bytes;
+    ages.add(other.ages);
+    recent.add(other.recent);
 }
 
 long long nowNs()

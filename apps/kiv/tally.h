@@ -13,6 +13,7 @@ public:
     void add(long long ns);
     double percentileMs(double percent) const;  // -1 when nothing was counted
     long long count() const { return count_; }
+    void add(const AgeHistogram& other);
 
 private:
     static constexpr int perDoubling = 16, doublings = 26;
@@ -30,6 +31,7 @@ struct Tally {
 
     // Counts one buffer that arrives now.
     void count(ZVbuffer buffer);
+    void add(const Tally& other);
 };
 
 long long nowNs();

@@ -39,7 +39,7 @@ void setText(const NodeText& node, int path, const char* key, const char* member
 {
     const Value& value = node.value(member);
     if (value.given && kpSetPathText(kivVideo::server, path, key, value.text.c_str()) != 0)
-        throw GraphError(node.number, node.kind->name, value.where, text("%s: %s", member, serviceError().c_str()));
+        throw GraphError(node, value.where, text("%s: %s", member, serviceError().c_str()));
 }
 
 }  // namespace
@@ -48,6 +48,8 @@ void setText(const NodeText& node, int path, const char* key, const char* member
 // a lost device from other news.
 int VideoPart::Camera::handleEvents(fd_set fdSet)
 {
+    if (ended)
+        return kivErrNotReady;
     const int err = kivVideoIn::handleEvents(fdSet);
     gone = gone || err == kivErrVideoDeviceEvent || err == kivErrVideoNoEvent;
     return err;
@@ -75,17 +77,17 @@ void VideoPart::setUp(int jack)
     const Value& size = text_.value("size");
     if (size.given
         && camera_.setXYControl(camera_.path, camera_.drainNode, KP_CONTROL_SIZE, int(size.number), int(size.second)))
-        throw GraphError(text_.number, text_.kind->name, size.where, "size: " + serviceError());
+        throw GraphError(text_, size.where, "size: " + serviceError());
     const Value& rate = text_.value("rate");
     if (rate.given
         && camera_.setFractControl(camera_.path, camera_.drainNode, KP_CONTROL_RATE, int(rate.number),
                                    int(rate.second)))
-        throw GraphError(text_.number, text_.kind->name, rate.where, "rate: " + serviceError());
+        throw GraphError(text_, rate.where, "rate: " + serviceError());
     if (text_.has("free") && camera_.setFractControl(camera_.path, camera_.drainNode, KP_CONTROL_RATE, 0, 1))
-        throw GraphError(text_.number, text_.kind->name, text_.value("free").where, "free: " + serviceError());
+        throw GraphError(text_, text_.value("free").where, "free: " + serviceError());
 }
 
-PictureFormat VideoPart::configure(const PictureFormat&, const NodeText*)
+PictureFormat VideoPart::configure(const PictureFormat&, const Below&)
 {
     std::string jack = text_.value("jack").text;
     if (jack.empty() && text_.has("clip"))
@@ -115,18 +117,18 @@ void VideoPart::open(RunContext& run)
 
 void VideoPart::endSource()
 {
-    if (!ended_)
+    if (!camera_.ended)
         kpEndTransfer(kivVideo::server, camera_.path);
-    ended_ = true;
+    camera_.ended = true;
 }
 
 void VideoPart::afterPass(RunContext& run)
 {
-    if (!camera_.gone || goneSaid_ || ended_)
+    if (!camera_.gone || goneSaid_ || camera_.ended)
         return;
     goneSaid_ = true;
     run.failed(place() + ": the device is gone", false);
-    run.sourceEnded();
+    run.sourceEnded(*this);
 }
 
 Counters VideoPart::counters() { return {{"captured", camera_.captured}, {"lost", camera_.lost}}; }
@@ -162,7 +164,7 @@ int VideoOutPart::Output::handleEvents(fd_set fdSet)
 
 int VideoOutPart::Output::receive(ZVbuffer inBuffer)
 {
-    if (!isStarted() || !part_.run_->wantsFrame())
+    if (!isStarted() || !part_.run_->wantsFrame(part_.tally_))
         return kivErrNone;
     part_.tally_.count(inBuffer);
     const bool first = gotFirstFrame == 0;
@@ -172,19 +174,17 @@ int VideoOutPart::Output::receive(ZVbuffer inBuffer)
     return err;
 }
 
-PictureFormat VideoOutPart::configure(const PictureFormat& in, const NodeText*)
+PictureFormat VideoOutPart::configure(const PictureFormat& in, const Below&)
 {
-    needPictures(text_, in);
-    if (in.packing != ZV_IMAGE_PACKING_CbYCrY)
-        throw GraphError(
-            text_, text("takes CbYCrY, and %s comes in; put 'convert packing=CbYCrY' before it", describe(in).c_str()));
     output_.setup(findJack(text_, true, text_.value("jack").text, &others_));
     const int path = output_.path;
     const int node = output_.sourceNode;
     if (path < 1 || kpGetTransferSize(kivVideo::server, path) < 0)
         throw GraphError(text_, "cannot be taken: " + serviceError());
     if (output_.setXYControl(path, node, KP_CONTROL_SIZE, in.width, in.height))
-        throw GraphError(text_, text("does not show %d x %d: %s", in.width, in.height, serviceError().c_str()));
+        throw GraphError(text_,
+                         text("does not show %d x %d, set by %s: %s", in.width, in.height, in.sizeBy.c_str(),
+                              serviceError().c_str()));
     if (in.rateNumerator > 0)
         output_.setFractControl(path, node, KP_CONTROL_RATE, in.rateNumerator, in.rateDenominator);
     setText(text_, path, KP_TEXT_RECORD, "record");

@@ -14,7 +14,7 @@ class VideoPart : public GraphPart {
 public:
     explicit VideoPart(const NodeText& nodeText) : GraphPart(nodeText) { }
     kivObj& node() override { return camera_; }
-    PictureFormat configure(const PictureFormat& in, const NodeText* next) override;
+    PictureFormat configure(const PictureFormat& in, const Below& below) override;
     void open(RunContext& run) override;
     void endSource() override;
     void afterPass(RunContext& run) override;
@@ -25,9 +25,11 @@ private:
     // Counts what passes, and keeps in mind how the device ended.
     class Camera : public kivVideoIn {
     public:
+        int getFD() override { return ended ? -1 : kivVideoIn::getFD(); }
         int handleEvents(fd_set fdSet) override;
         int propagate(ZVbuffer outBuffer) override;
 
+        bool ended = false;  // nothing more is taken from the device
         long long captured = 0;
         long long lost = 0;  // by the frame numbers: dropped by the device, or because nobody took them
         long long lastNumber = -1;
@@ -39,14 +41,13 @@ private:
     Camera camera_;
     std::string others_;
     bool goneSaid_ = false;
-    bool ended_ = false;
 };
 
 class VideoOutPart : public GraphPart {
 public:
     explicit VideoOutPart(const NodeText& nodeText) : GraphPart(nodeText), output_(*this) { }
     kivObj& node() override { return output_; }
-    PictureFormat configure(const PictureFormat& in, const NodeText* next) override;
+    PictureFormat configure(const PictureFormat& in, const Below& below) override;
     void open(RunContext& run) override;
     void afterPass(RunContext& run) override;
     Counters counters() override { return {{"received", tally_.frames}, {"shown", output_.shown}}; }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
 
 #include "tests/apps/program.h"
 
@@ -27,6 +28,34 @@ protected:
         return summary;
     }
 };
+
+// Two cameras, branches below branches, from a file: every sink gets every frame, in order.
+TEST_F(video, BranchesAllGetEveryFrame)
+{
+    std::ofstream(folder / "graph.kiv") << "# a camera, twice encoded\n"
+                                           "cam=video:pattern size=160x120 free ! enc=jpegenc quality=80% ! (\n"
+                                           "  jpegdec ! ( check, convert packing=RGB ! null ),  # seen again\n"
+                                           "  file "
+                                        << folder / "seen.mjpeg"
+                                        << "\n);\nvideo:pattern size=160x120 free ! check\n";
+    Program kiv({"run", "--json", "--frames", "50", "-f", folder / "graph.kiv"});
+    EXPECT_EQ(kiv.wait(), 0) << kiv.err;
+    const auto summary = kiv.summary();
+    EXPECT_EQ(summary["frames"], 200);
+    EXPECT_EQ(summary["nodes"][3]["right"], 50);
+    EXPECT_EQ(summary["nodes"][6]["written"], 50);
+    EXPECT_EQ(summary["nodes"][8]["right"], 50);
+    EXPECT_EQ(summary["nodes"][8]["wrong"], 0);
+    for (const auto& pool : summary["pools"])
+        EXPECT_EQ(pool["lost"], 0) << pool;
+
+    // A branch that ends early holds nobody up.
+    const auto early = run("video:pattern size=160x120 rate=100 seconds=0.2s ! null; "
+                           "video:pattern size=160x120 free ! ( check, null )",
+                           {"--frames", "300"});
+    EXPECT_EQ(early["nodes"][3]["right"], 300);
+    EXPECT_LT(early["frames"], 640);
+}
 
 TEST_F(video, AFreeRunningCameraLosesNoPictureOnItsWay)
 {
@@ -111,9 +140,9 @@ TEST_F(video, WrongGraphsNameThePlaceAndTheRemedy)
         {"video:pattern faults=bang ! null", "node 1 'video': faults: "},
         {"video:pattern ! videoout:monitor faults=bang", "node 2 'videoout': faults: "},
         {"video:clip ! null", "node 1 'video': the clip camera plays a file; write clip=FILE"},
-        {"video:pattern ! file a.mjpeg", "put jpegenc before it"},
-        {"video:pattern ! jpegenc ! videoout", "node 3 'videoout': takes pictures, and JPEG comes in"},
-        {"video:pattern ! convert packing=RGB ! videoout:monitor", "put 'convert packing=CbYCrY' before it"},
+        {"video:pattern ! file a.mjpeg", "put jpegenc between them"},
+        {"video:pattern ! jpegenc ! videoout", "node 3 'videoout': wants format CbYCrY; node 2 'jpegenc' offers JPEG"},
+        {"video:pattern ! convert packing=RGB ! videoout:monitor", "put 'convert packing=CbYCrY' between them"},
         {"video:pattern ! null:x", "node 2 'null': takes no name behind a colon"},
     };
     for (const auto& [graph, message] : lines) {

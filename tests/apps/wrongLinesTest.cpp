@@ -36,20 +36,21 @@ TEST_F(wrongLines, EachIsOneClearLineThatNamesThePlace)
         {{"run", "movie /etc/passwd ! null"}, "node 1 'movie': FILE '/etc/passwd' cannot be played"},
         {{"run", "movie /tmp ! null"}, "node 1 'movie': FILE '/tmp' cannot be played"},
         {{"run", movie + " ! file " + folder / "a.png"},
-         "node 2 'file': PATH '" + folder / "a.png" + "' takes pictures, and JPEG comes in; put jpegdec before it"},
+         "node 2 'file': wants format RGB, RGBA, LUMINANCE; node 1 'movie' offers JPEG 64x48; put jpegdec between "
+         "them"},
         {{"run", movie + " ! jpegdec ! file a.jpg"},
-         "node 3 'file': PATH 'a.jpg' takes JPEG, and CbYCrY 64x48 comes in; "
-         "put jpegenc before it"},
+         "node 3 'file': wants format JPEG; node 2 'jpegdec' offers CbYCrY 64x48; put jpegenc between them"},
         {{"run", movie + " ! jpegdec ! convert packing=BGR ! file a.png"},
-         "node 4 'file': PATH 'a.png' does not take BGR; "
-         "put 'convert packing=RGB' before it"},
+         "node 4 'file': wants packing RGB, RGBA, LUMINANCE; node 3 'convert' offers BGR 64x48, set by node 3 "
+         "'convert' "
+         "with packing=BGR; put 'convert packing=RGB' between them"},
         {{"run", movie + " ! file a.avi"}, "node 2 'file': PATH 'a.avi' must end in .y4m"},
         {{"run", movie + " ! jpegdec ! file %s.png"}, "'%' in a path stands once"},
         {{"run", movie + " ! jpegenc ! null"},
-         "node 2 'jpegenc': takes pictures, and JPEG comes in; put jpegdec before it"},
-        {{"run", movie + " ! convert packing=RGB ! null"}, "node 2 'convert': takes pictures, and JPEG comes in"},
+         "node 2 'jpegenc': wants format pictures; node 1 'movie' offers JPEG 64x48; put jpegdec between them"},
+        {{"run", movie + " ! convert packing=RGB ! null"}, "node 2 'convert': wants format pictures; node 1"},
         {{"run", movie + " ! jpegdec ! jpegdec ! null"},
-         "node 3 'jpegdec': takes JPEG, and CbYCrY 64x48 comes in; leave it out"},
+         "node 3 'jpegdec': wants format JPEG; node 2 'jpegdec' offers CbYCrY 64x48; leave it out"},
         {{"run", movie + " ! null", "--frames", "0"}, "--frames: '0' is no number of frames"},
         {{"run", movie + " ! null", "--frames", "99999999999999999999"}, "is no number of frames"},
         {{"run", movie + " ! null", "--seconds", "1e30"}, "'1e30' is no length of time"},

@@ -110,6 +110,27 @@ TEST_F(kivLoopTest, ShowsASharedNodeToOneChainOnly)
     EXPECT_THAT(served(log), ElementsAre("shared", "right"));
 }
 
+// root - a - b, and beside them c - d below root and e below a: every node once, parents first.
+TEST_F(kivLoopTest, ServesEveryNodeOfATreeOnce)
+{
+    PipeNode root(log, "root", 1), a(log, "a", 1), b(log, "b", 1), c(log, "c", 1), d(log, "d", 1), e(log, "e", 1);
+    root.addObject(&c);
+    root.addObject(&a);  // the newest child: on the first chain
+    c.addObject(&d);
+    a.addObject(&e);
+    a.addObject(&b);
+    EXPECT_EQ(loop.addTree(nullptr), 8);
+    EXPECT_EQ(loop.addTree(&root), 0);
+    loop.pass();
+    EXPECT_THAT(served(log), ElementsAre("root", "a", "b", "c", "d", "e"));
+    root.put(1);
+    d.put(1);
+    root.onReady = [&] { EXPECT_EQ(loop.removeTree(&root), 0); };
+    loop.pass();
+    EXPECT_EQ(served(log).back(), "root") << "a tree that was taken away is not served on";
+    EXPECT_EQ(loop.removeTree(&root), 8);
+}
+
 TEST_F(kivLoopTest, DoesNotWaitForWhatNobodyServes)
 {
     PipeNode a(log, "A"), beside(log, "beside", 1), below(log, "below", 1);
