@@ -10,12 +10,10 @@
 namespace {
 
 constexpr const char* rules[] = {
-    "graph   :=  line { ';' line }",
-    "line    :=  source { '!' filter } '!' end",
-    "end     :=  sink  |  '(' branch { ',' branch } ')'",
-    "branch  :=  { filter '!' } end",
-    "node    :=  [ NAME '=' ] KIND [ ':' WORD ] { member }",
-    "member  :=  VALUE  |  FLAG  |  MEMBER '=' VALUE",
+    "graph  :=  chain { ';' chain } [ ';' ]",
+    "chain  :=  node { '!' node } [ '!' '(' chain { ',' chain } ')' ]",
+    "node   :=  [ NAME '=' ] KIND [ ':' WORD ] { member }",
+    "member :=  VALUE  |  FLAG  |  MEMBER '=' VALUE",
 };
 
 // Edits (insert, delete, replace, swap of neighbours) that turn one word into the other.
