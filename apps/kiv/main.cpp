@@ -105,6 +105,7 @@ CLI::App* addRun(CLI::App& app, CommandLine* line)
     run->add_option("--seconds", line->seconds, "end after that time: 10, 2.5, 90s, 1m30s")->check(checkSeconds);
     run->add_flag("--status", line->run.status, "a status line each second also without a terminal");
     run->add_flag("--json", line->run.json, "the summary as one JSON object");
+    run->add_flag("--check", line->run.check, "only see whether the graph is understood; nothing is opened");
     run->add_flag("--trace", line->run.trace, "show the nodes' own lines");
     return run;
 }

@@ -216,7 +216,10 @@ int runGraph(const RunOptions& options)
     setTrace(options.trace ? 1 : 0);
     const EndSignals signals;
     try {
-        Graph graph(parseGraph(options.graph));
+        const std::vector<NodeText> parsed = parseGraph(options.graph);
+        if (options.check)
+            return exitGood;
+        Graph graph(parsed);
         const Summary summary = Runner(options, graph, signals.fd()).run();
         const bool told = printOut(options.json ? jsonSummary(summary) : humanSummary(summary));
         return told ? summary.exitCode : int(exitFailed);

@@ -10,6 +10,7 @@ struct RunOptions {
     double seconds = 0;  // end after that time; 0 = no such end
     bool status = false;  // a status line each second
     bool json = false;  // the summary as one JSON object
+    bool check = false;  // only see whether the graph is understood
     bool trace = false;  // the nodes' own lines
 };
 
