@@ -38,6 +38,15 @@ enum {
     GL_CBYCRY_422_QTN = 33211 /* glDrawPixelsQTN: Cb Y Cr Y, 2 bytes a pixel, BT.601 */
 };
 
+/* --- Connections ---------------------------------------------------------
+ * XOpenDisplay, safe for threads, and one whose server may die: then one line is
+ * printed, and every call of this layer on it fails. Without this the process ends.
+ * Closed with XCloseDisplay, dead or alive, which frees what the layer keeps for it;
+ * nothing of it may be current on other threads then. Null on failure. */
+KIV_API Display* glXOpenDisplayQTN(const char* name);
+/* 0 for null and when its server is gone. Sees a hang-up without asking the server. */
+KIV_API int glXDisplayAliveQTN(Display* dpy);
+
 /* --- Configurations ------------------------------------------------------
  * Those that match the list ((attribute, value) pairs, 0 at the end): double-buffered
  * TrueColor without multisampling, all of one depth size, nothing else. XFree frees
@@ -60,6 +69,12 @@ KIV_API void glXDestroyGLXPbufferQTNX(Display* dpy, GLXPbuffer pbuffer);
  * first. `image` describes it: ZV_IMAGE_WIDTH x ZV_IMAGE_HEIGHT, RGBA. Non-zero on
  * success; 0 for a bad handle, no `image`, or a buffer too small for the pbuffer. */
 KIV_API int glXAssociateZVPbufferQTNX(Display* dpy, GLXPbuffer pbuffer, ZVparams* image, ZVbuffer buffer);
+
+/* Non-zero: who draws there covers all of the picture, each time. What a buffer held
+ * before its association is then not brought into the pbuffer for drawing, only for
+ * reading. 0 (as made): it is brought before the pbuffer is drawn into, one copy of a
+ * picture. For the associations that follow. */
+KIV_API void glXDrawsAllQTN(Display* dpy, GLXPbuffer pbuffer, int drawsAll);
 
 /* --- Binding ---------------------------------------------------------------
  * True on success. Nothing is asked of GLX for what is current already on whichever

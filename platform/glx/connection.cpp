@@ -1,0 +1,147 @@
+// connection.cpp - connections: opened, watched, and let go when they close.
+#include "platform/glx/connection.h"
+
+#include <X11/Xlib.h>
+#include <X11/Xlibint.h>
+#undef min
+#undef max
+#include <poll.h>
+
+#include <cstdio>
+#include <new>
+
+#include "platform/glx/glxqtn.h"
+#include "platform/glx/porter.h"
+#include "platform/support/error.h"
+
+namespace kiv::glx {
+
+constinit std::mutex listLock;
+
+namespace {
+
+constinit Connection* connections = nullptr;  // guarded by listLock
+
+void markGone(Connection& connection)
+{
+    if (!connection.gone.exchange(true))
+        fprintf(stderr, "X server %s is gone\n", DisplayString(connection.dpy));
+}
+
+// Instead of the end of the process. What is called on the connection afterwards does
+// nothing.
+void onIOError(Display*, void* connection) { markGone(*static_cast<Connection*>(connection)); }
+
+Connection* findConnection(Display* dpy)
+{
+    std::lock_guard guard(listLock);
+    Connection* found = connections;
+    while (found != nullptr && found->dpy != dpy)
+        found = found->next;
+    return found;
+}
+
+Connection* unlink(Display* dpy)
+{
+    std::lock_guard guard(listLock);
+    for (Connection** place = &connections; *place != nullptr; place = &(*place)->next) {
+        if ((*place)->dpy != dpy)
+            continue;
+        Connection* found = *place;
+        *place = found->next;
+        return found;
+    }
+    return nullptr;
+}
+
+// Runs within XCloseDisplay, before GLX lets go of the connection.
+int onClose(Display* dpy, XExtCodes*)
+{
+    forgetPbuffersOn(dpy);
+    forgetContextsOn(dpy);
+    if (Connection* connection = unlink(dpy); connection != nullptr) {
+        destroyPorters(*connection);
+        delete connection;
+    }
+    return 0;
+}
+
+bool hungUp(Display* dpy)
+{
+    pollfd fd = {ConnectionNumber(dpy), 0, 0};
+    return poll(&fd, 1, 0) == 1 && (fd.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
+}
+
+}  // namespace
+
+Connection* connectionOf(Display* dpy)
+{
+    if (Connection* known = findConnection(dpy); known != nullptr)
+        return known;
+    Connection* made = new (std::nothrow) Connection;
+    if (made == nullptr) {
+        recordError(ZV_ERROR_MEMORY, "no memory for an X connection");
+        return nullptr;
+    }
+    made->dpy = dpy;
+    int major = 0;
+    int minor = 0;
+    glXQueryVersion(dpy, &major, &minor);  // GLX meets the connection before us, so it leaves after us
+    if (XExtCodes* codes = XAddExtension(dpy); codes != nullptr)
+        XESetCloseDisplay(dpy, codes->extension, onClose);
+    std::lock_guard guard(listLock);
+    made->next = connections;
+    connections = made;
+    return made;
+}
+
+bool isAlive(Display* dpy)
+{
+    if (dpy == nullptr)
+        return false;
+    Connection* connection = findConnection(dpy);
+    if (connection != nullptr && connection->gone.load(std::memory_order_relaxed))
+        return false;
+    if (!hungUp(dpy))
+        return true;
+    if (connection == nullptr)
+        connection = connectionOf(dpy);
+    if (connection != nullptr)
+        markGone(*connection);
+    return false;
+}
+
+bool needAlive(Display* dpy)
+{
+    if (isAlive(dpy))
+        return true;
+    recordError(ZV_ERROR_PEER, dpy == nullptr ? "no X display" : "the X server is gone");
+    return false;
+}
+
+}  // namespace kiv::glx
+
+using namespace kiv;
+using namespace kiv::glx;
+
+// Any thread; blocks for the server's answer. The caller closes it with XCloseDisplay.
+extern "C" Display* glXOpenDisplayQTN(const char* name)
+{
+    static const Status threads = XInitThreads();
+    (void)threads;
+    Display* dpy = XOpenDisplay(name);
+    if (dpy == nullptr) {
+        recordError(ZV_ERROR_PEER, "no X server answers at '%s'", XDisplayName(name));
+        return nullptr;
+    }
+    Connection* connection = connectionOf(dpy);
+    if (connection == nullptr) {
+        XCloseDisplay(dpy);
+        return nullptr;
+    }
+    XSetIOErrorExitHandler(dpy, onIOError, connection);
+    return dpy;
+}
+
+// Any thread, never blocks.
+extern "C" int glXDisplayAliveQTN(Display* dpy) { return isAlive(dpy); }

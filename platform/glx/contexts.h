@@ -1,0 +1,29 @@
+// contexts.h - what the layer remembers of each GL context.
+#pragma once
+
+#include <GL/glx.h>
+
+namespace kiv::glx {
+
+struct ContextFacts {
+    Display* dpy;  // the connection where it lives
+    int depth = -1;  // bits of its depth buffer; -1 = not asked yet
+    bool interlaced = false;  // pixel drawing touches every other row
+    bool fullRange = false;  // levels of 4:2:2 pictures
+    unsigned program = 0;  // that draws interlaced; 0 = none yet
+    unsigned textureName = 0;  // of its texture, which no application takes
+    int textureWidth = 0, textureHeight = 0;
+};
+
+// The facts as they are now; those of a context never seen, on `otherwise`. A context
+// that took a dead one's address is told from it.
+ContextFacts contextFacts(GLXContext context, Display* otherwise);
+// Keeps them, for a context on the connection that they name.
+void noteContext(GLXContext context, const ContextFacts& facts);
+void forgetContext(GLXContext context);
+// Bits of its depth buffer; -1 when GLX does not tell.
+int contextDepth(Display* dpy, GLXContext context);
+// Remembers the connection of what is current on this thread.
+void noteCurrentContext();
+
+}  // namespace kiv::glx
