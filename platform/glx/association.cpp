@@ -196,7 +196,7 @@ using namespace kiv::glx;
 
 // The thread that draws into the pbuffer, or any while nobody does. Copies nothing
 // unless the pbuffer is current here.
-extern "C" int glXAssociateZVPbufferQTN(Display* dpy, GLXPbuffer pbuffer, ZVparams* image, ZVbuffer buffer)
+extern "C" int glXAssociateZVPbufferQTNX(Display* dpy, GLXPbuffer pbuffer, ZVparams* image, ZVbuffer buffer)
 {
     return associate(dpy, pbuffer, image, buffer) == 0;
 }

@@ -84,9 +84,7 @@ Connection* connectionOf(Display* dpy)
         return nullptr;
     }
     made->dpy = dpy;
-    int major = 0;
-    int minor = 0;
-    glXQueryVersion(dpy, &major, &minor);  // GLX meets the connection before us, so it leaves after us
+    glXQueryExtensionsString(dpy, DefaultScreen(dpy));  // GLX meets the connection before us, so it leaves after us
     if (XExtCodes* codes = XAddExtension(dpy); codes != nullptr)
         XESetCloseDisplay(dpy, codes->extension, onClose);
     std::lock_guard guard(listLock);
