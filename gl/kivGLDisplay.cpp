@@ -42,7 +42,7 @@ int kivGLDisplay::setup(int interlaced)
 {
     winSizeX = imageSizeX * zoomX;
     winSizeY = imageSizeY * zoomY * (interlaced ? 2 : 1);
-    xDisplay = XOpenDisplay(nullptr);
+    xDisplay = glXOpenDisplayQTN(nullptr);
     if (xDisplay == nullptr) {
         kivPrintError("XOpenDisplay failed\n");
         exit(1);
@@ -69,7 +69,7 @@ int kivGLDisplay::handleEvents(fd_set) { return kivErrNone; }
 
 // Draws one picture or field; the second of each pair brings the window to the
 // screen. Keeps no reference. A buffer with less than the picture needs is not drawn.
-// Returns 1 for a bad buffer or without a window.
+// Returns 1 for a bad buffer, without a window, and once the X server is gone.
 int kivGLDisplay::receive(ZVbuffer inBuffer)
 {
     const void* data = zvBufferMapData(inBuffer);
@@ -77,7 +77,7 @@ int kivGLDisplay::receive(ZVbuffer inBuffer)
         kivPrintError("BAD BUFFER!!!\n");
         return kivErrGeneric;
     }
-    if (window == nullptr)
+    if (window == nullptr || !glXDisplayAliveQTN(xDisplay))
         return kivErrGeneric;
     window->setContext();
     const bool second = field == 0;

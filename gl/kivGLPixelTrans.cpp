@@ -52,16 +52,19 @@ int kivGLPixelTrans::handleEvents(fd_set)
 }
 
 // Latches the newest picture and draws it into a fresh buffer, whose bytes are
-// complete when this returns. Without a fresh buffer nothing is drawn, as the one
-// before may be in use elsewhere. Blocks as the latch's own grab.
+// complete when this returns. Without a fresh buffer nothing is drawn: the pbuffer
+// still stands for the one before, which others have. Blocks as the latch's own grab.
 int kivGLPixelTrans::grab()
 {
     kivLatch::grab();
     const void* data = mapBuffer();
+    const int bytes = kiv::bytesAt(latchBuffer);
     zvBufferAllocate(bufferPool, &dstBuffer);
-    const bool associated = glXAssociateZVPbufferQTNX(dpy, pbuffer, gfxParams, dstBuffer);
-    if (!associated)
+    glXDrawsAllQTN(dpy, pbuffer, coversAll(data, bytes));
+    if (!glXAssociateZVPbufferQTNX(dpy, pbuffer, gfxParams, dstBuffer)) {
         kivPrintError("Error in associate");
+        return kivErrNone;
+    }
     makeCurrent();
     glViewport(0, 0, bufferSizeX, bufferSizeY);
     glMatrixMode(GL_PROJECTION);
@@ -69,16 +72,22 @@ int kivGLPixelTrans::grab()
     glOrtho(0, bufferSizeX, 0, bufferSizeY, 0, 1000);
     glMatrixMode(GL_MODELVIEW);
     glLoadIdentity();
-    if (associated)
-        draw(data);
+    draw(data, bytes);
     return kivErrNone;
 }
 
+// Will the picture that has come leave no byte of the buffer as it was?
+bool kivGLPixelTrans::coversAll(const void* data, int bytes) const
+{
+    const long long needed = glImageBytesQTN(imageSizeX, imageSizeY, GLenum(inputFormat));
+    return data != nullptr && needed >= 0 && needed <= bytes && imageSizeX >= bufferSizeX && imageSizeY >= bufferSizeY;
+}
+
 // At the default raster position: the first row and column of the buffer.
-void kivGLPixelTrans::draw(const void* data)
+void kivGLPixelTrans::draw(const void* data, int bytes)
 {
     glPixelRangeQTN(fullRange_);
-    glDrawPixelsQTN(imageSizeX, imageSizeY, GLenum(inputFormat), data, kiv::bytesAt(latchBuffer));
+    glDrawPixelsQTN(imageSizeX, imageSizeY, GLenum(inputFormat), data, bytes);
     zvBufferSync(dstBuffer);
     zvBufferSetUSTMSCpair(dstBuffer, zvBufferGetUSTMSCpair(latchBuffer));
 }

@@ -29,7 +29,8 @@ public:
     int inputFormat;
 
 private:
-    void draw(const void* data);
+    bool coversAll(const void* data, int bytes) const;
+    void draw(const void* data, int bytes);
 
     int fullRange_;
 };
