@@ -7,13 +7,16 @@
 #include <Xm/Frame.h>
 #include <Xm/Protocols.h>
 #include <Xm/Xm.h>
+#include <sys/eventfd.h>
 
 #include <cassert>
 #include <cstring>
 #include <mutex>
+#include <vector>
 
 #include "core/kivUtil.h"
 #include "window/glwDrawingArea.h"
+#include "window/serverLoss.h"
 
 namespace {
 
@@ -29,13 +32,27 @@ String fallbackResources[] = {fallbackSchemes, fallbackMode, fallbackWidth, fall
 int glAttribs[] = {GLX_RGBA, None};
 
 char className[] = "libkivScratchWindow";
-char shellName[] = "main";  // what the toolkit calls a program that gave it no name
-
 // The toolkit's tables are per process: windows are made one at a time, on
 // whichever threads they will live.
 std::mutex toolkitLock;
 
 void closeWindow(Widget, XtPointer appContext, XtPointer) { XtAppSetExitFlag(static_cast<XtAppContext>(appContext)); }
+
+// On the thread that noticed. The loop does not look at flags while it waits, but at inputs.
+void serverGone(Display*, void* wakeFD) { eventfd_write(int(reinterpret_cast<intptr_t>(wakeFD)), 1); }
+
+void endLoop(XtPointer appContext, int*, XtInputId*) { XtAppSetExitFlag(static_cast<XtAppContext>(appContext)); }
+
+// A lost server ends the window's loop as closing the window does. The descriptor
+// stays open with the application context.
+void endWithServer(XtAppContext appContext, Display* display)
+{
+    const int wakeFD = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (wakeFD < 0)
+        return;
+    XtAppAddInput(appContext, wakeFD, reinterpret_cast<XtPointer>(XtInputReadMask), endLoop, appContext);
+    kiv::surviveServerLoss(display, serverGone, reinterpret_cast<void*>(intptr_t(wakeFD)));
+}
 
 }  // namespace
 
@@ -73,9 +90,10 @@ bool scratchWindow::openToolkit(int* argc, char** argv)
     XtAppSetFallbackResources(appCtx, fallbackResources);
 
     int none = 0;
-    int* count = argc != nullptr ? argc : &none;
-    const bool named = *count > 0 && argv != nullptr;
-    Display* display = XtOpenDisplay(appCtx, nullptr, named ? nullptr : shellName, className, nullptr, 0, count, argv);
+    if (argc == nullptr || argv == nullptr)
+        argc = &none;
+    std::vector<char*> command(argv, argv + *argc);  // as it was before the toolkit took its options
+    Display* display = XtOpenDisplay(appCtx, nullptr, nullptr, className, nullptr, 0, argc, argv);
     if (display == nullptr) {
         kivPrintError("Scratch window - can't open display '%s'\n", XDisplayName(nullptr));
         XtDestroyApplicationContext(appCtx);
@@ -83,10 +101,12 @@ bool scratchWindow::openToolkit(int* argc, char** argv)
         return false;
     }
     theDisplay = display;
+    endWithServer(appCtx, display);
 
     // Closing the window ends eventLoop, never the process.
-    topLevel = XtVaAppCreateShell(nullptr, className, applicationShellWidgetClass, display, XmNdeleteResponse,
-                                  XmDO_NOTHING, nullptr);
+    topLevel
+        = XtVaAppCreateShell(nullptr, className, applicationShellWidgetClass, display, XtNargc, int(command.size()),
+                             XtNargv, command.data(), XmNdeleteResponse, XmDO_NOTHING, nullptr);
     XmAddWMProtocolCallback(topLevel, XInternAtom(display, "WM_DELETE_WINDOW", False), closeWindow, appCtx);
     return true;
 }
