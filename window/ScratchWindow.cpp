@@ -9,6 +9,7 @@
 #include <Xm/Xm.h>
 #include <sys/eventfd.h>
 
+#include <atomic>
 #include <cassert>
 #include <cstring>
 #include <mutex>
@@ -19,8 +20,6 @@
 #include "window/serverLoss.h"
 
 namespace {
-
-Display* theDisplay = nullptr;  // the connection of the newest window
 
 char fallbackSchemes[] = "*useSchemes: all";
 char fallbackMode[] = "*qtnmode:True";
@@ -38,27 +37,35 @@ std::mutex toolkitLock;
 
 void closeWindow(Widget, XtPointer appContext, XtPointer) { XtAppSetExitFlag(static_cast<XtAppContext>(appContext)); }
 
-// On the thread that noticed. The loop does not look at flags while it waits, but at inputs.
-void serverGone(Display*, void* wakeFD) { eventfd_write(int(reinterpret_cast<intptr_t>(wakeFD)), 1); }
-
-void endLoop(XtPointer appContext, int*, XtInputId*) { XtAppSetExitFlag(static_cast<XtAppContext>(appContext)); }
-
-// A lost server ends the window's loop as closing the window does. The descriptor
-// stays open with the application context.
-void endWithServer(XtAppContext appContext, Display* display)
-{
-    const int wakeFD = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (wakeFD < 0)
-        return;
-    XtAppAddInput(appContext, wakeFD, reinterpret_cast<XtPointer>(XtInputReadMask), endLoop, appContext);
-    kiv::surviveServerLoss(display, serverGone, reinterpret_cast<void*>(intptr_t(wakeFD)));
-}
+void closeLoop(XtPointer appContext, int*, XtInputId*) { XtAppSetExitFlag(static_cast<XtAppContext>(appContext)); }
 
 }  // namespace
 
-ScratchWindow* ScratchWindow::create(Display* display, int width, int height, int* argc, char** argv)
+// The loop does not look at flags while it waits, but at inputs: this is one, raised
+// when the connection breaks. It stays with the application context.
+struct Loss {
+    int wakeFD;
+    std::atomic<bool> lost{false};
+};
+
+static void serverGone(Display*, void* loss)
 {
-    theDisplay = display;
+    static_cast<Loss*>(loss)->lost = true;
+    eventfd_write(static_cast<Loss*>(loss)->wakeFD, 1);
+}
+
+// A lost server ends the window's loop as closing the window does.
+static Loss* endWithServer(XtAppContext appContext, Display* display)
+{
+    Loss* loss = new Loss{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
+    if (loss->wakeFD >= 0)
+        XtAppAddInput(appContext, loss->wakeFD, reinterpret_cast<XtPointer>(XtInputReadMask), closeLoop, appContext);
+    kiv::surviveServerLoss(display, serverGone, loss);
+    return loss;
+}
+
+ScratchWindow* ScratchWindow::create(Display*, int width, int height, int* argc, char** argv)
+{
     scratchWindow* window = new scratchWindow(width, height, argc, argv);
     if (!window->isValid()) {
         delete window;
@@ -73,8 +80,13 @@ scratchWindow::scratchWindow(int width, int height, int* argc, char** argv) : wi
     assert(0 < height);
 
     std::lock_guard lock(toolkitLock);
-    if (!openToolkit(argc, argv) || !openWindow())
+    if (!openToolkit(argc, argv))
         return;
+    if (!openWindow()) {
+        kiv::forgetServer(XtDisplay(topLevel));
+        XtDestroyApplicationContext(appCtx);  // and with it the connection and all widgets
+        return;
+    }
     clear();
     windowValid = true;
 }
@@ -100,8 +112,7 @@ bool scratchWindow::openToolkit(int* argc, char** argv)
         appCtx = nullptr;
         return false;
     }
-    theDisplay = display;
-    endWithServer(appCtx, display);
+    loss = endWithServer(appCtx, display);
 
     // Closing the window ends eventLoop, never the process.
     topLevel
@@ -113,11 +124,12 @@ bool scratchWindow::openToolkit(int* argc, char** argv)
 
 bool scratchWindow::openWindow()
 {
+    Display* display = XtDisplay(topLevel);
     char frameName[] = "frame";
     frame = XmCreateFrame(topLevel, frameName, nullptr, 0);
     XtManageChild(frame);
 
-    visInfo = glXChooseVisual(theDisplay, DefaultScreen(theDisplay), glAttribs);
+    visInfo = glXChooseVisual(display, DefaultScreen(display), glAttribs);
     if (visInfo == nullptr) {
         kivPrintError("Scratch window - can't get visual\n");
         return false;
@@ -128,7 +140,12 @@ bool scratchWindow::openWindow()
                                      GLwNdoublebuffer, True, XtNwidth, winWidth, XtNheight, winHeight, nullptr);
     XtRealizeWidget(topLevel);
     XtVaGetValues(glArea, GLwNvisualInfo, &visInfo, nullptr);
-    context = glXCreateContext(theDisplay, visInfo, nullptr, True);
+    if (visInfo != nullptr)
+        context = glXCreateContext(display, visInfo, nullptr, True);
+    if (context == nullptr) {
+        kivPrintError("Scratch window - can't get visual\n");
+        return false;
+    }
     setContext();
     return true;
 }
@@ -172,7 +189,7 @@ void scratchWindow::addGLCallback(char* name, XtCallbackProc func, void* data)
 
 void scratchWindow::eventLoop()
 {
-    if (windowValid)
+    if (windowValid && !XtAppGetExitFlag(appCtx))
         XtAppMainLoop(appCtx);
 }
 
@@ -187,3 +204,22 @@ int scratchWindow::isValid() { return windowValid; }
 XtAppContext scratchWindow::getAppContext() { return windowValid ? appCtx : nullptr; }
 
 Widget scratchWindow::getDrawingArea() { return windowValid ? glArea : nullptr; }
+
+int scratchWindow::getEventFD() { return windowValid ? ConnectionNumber(XtDisplay(glArea)) : -1; }
+
+bool scratchWindow::handleEvents()
+{
+    if (!windowValid)
+        return false;
+    while (!XtAppGetExitFlag(appCtx) && XtAppPending(appCtx) != 0)
+        XtAppProcessEvent(appCtx, XtIMAll);
+    return !XtAppGetExitFlag(appCtx);
+}
+
+void scratchWindow::endLoop()
+{
+    if (windowValid)
+        XtAppSetExitFlag(appCtx);
+}
+
+bool scratchWindow::hasServer() { return loss != nullptr && !loss->lost; }

@@ -9,10 +9,10 @@
 // Loop-bound: everything runs on the thread that created the window.
 class KIV_API ScratchWindow {
 public:
-    // Opens the default display (`display` only stands in until then), a window of
-    // that many pixels and a direct context, made current and cleared to black.
-    // Options that the toolkit knows are taken out of argc/argv; argc may be null.
-    // Null, with one line on standard error, when there is no display or no visual.
+    // Opens the default display (`display` is not used), a window of that many pixels
+    // and a direct context, made current and cleared to black. Options that the toolkit
+    // knows are taken out of argc/argv; argc may be null. Null, with one line on standard
+    // error, when there is no display or no visual.
     static ScratchWindow* create(Display* display, int width, int height, int* argc, char** argv);
 
     virtual ~ScratchWindow() = default;
@@ -47,6 +47,15 @@ public:
     XtAppContext getAppContext();  // for an application's own timers; null when not valid
     Widget getDrawingArea();  // null when not valid
 
+    // For a loop of the application's own, in place of eventLoop.
+    int getEventFD();  // readable when events have come; -1 when not valid
+    // Handles what has come, without waiting. Events may also have come while something
+    // was drawn or asked: such a loop calls this after each of its passes. False once the
+    // window is closed or its server is gone.
+    bool handleEvents();
+    void endLoop();  // as closing the window does
+    bool hasServer();  // false: the X server is gone, or there never was one
+
 private:
     bool openToolkit(int* argc, char** argv);
     bool openWindow();
@@ -60,4 +69,5 @@ private:
     Widget topLevel = nullptr;
     Widget frame = nullptr;
     Widget glArea = nullptr;
+    struct Loss* loss = nullptr;  // what happens when the server goes; stays with the widgets
 };

@@ -103,18 +103,20 @@ XVisualInfo* chooseVisual(Widget widget)
 
 // Visual, depth and colormap stand before the window is made: a window whose
 // depth is not its parent's needs all three, and a border pixel.
-void initialize(Widget, Widget created, ArgList, Cardinal*)
+void initialize(Widget request, Widget created, ArgList, Cardinal*)
 {
     DrawingAreaRec* w = areaOf(created);
     w->area.ownsVisualInfo = False;
     w->area.ownsColormap = False;
-    if (w->core.width == 0)
+    if (request->core.width == 0)  // the primitive has put in the size of its shadows
         w->core.width = 100;
-    if (w->core.height == 0)
+    if (request->core.height == 0)
         w->core.height = 100;
     w->core.border_width = 0;
     w->primitive.shadow_thickness = 0;
     w->primitive.highlight_thickness = 0;
+    // The primitive has put its keys for walking from widget to widget before ours.
+    XtOverrideTranslations(created, XtParseTranslationTable(translations));
 
     if (w->area.visualInfo == nullptr) {
         w->area.visualInfo = chooseVisual(created);
