@@ -201,6 +201,9 @@ extern "C" int glXAssociateZVPbufferQTNX(Display* dpy, GLXPbuffer pbuffer, ZVpar
     return associate(dpy, pbuffer, image, buffer) == 0;
 }
 
+// The thread that draws; blocks while the picture is copied.
+extern "C" int glXSyncDrawQTN() { return syncCurrentDraw(); }
+
 // Any thread, before the association that it is meant for.
 extern "C" void glXDrawsAllQTN(Display* dpy, GLXPbuffer id, int drawsAll)
 {

@@ -68,10 +68,11 @@ GLXFBConfig* chooseConfigs(Display* dpy, int screen, const int* attributes, int*
         recordError(ZV_ERROR_UNSUPPORTED, "no such frame-buffer configuration");
         return found;
     }
-    // A context draws nothing, silently, where the depth size is another than its own.
+    // Lists ask for at least so many samples. A context draws nothing, silently, where
+    // the depth size is another than its own. The best come first: they stay.
     const int depth = configValue(dpy, found[0], GLX_DEPTH_SIZE);
     GLXFBConfig* end = std::remove_if(found, found + *n, [dpy, depth](GLXFBConfig config) {
-        return configValue(dpy, config, GLX_DEPTH_SIZE) != depth;
+        return configValue(dpy, config, GLX_DEPTH_SIZE) != depth || configValue(dpy, config, GLX_SAMPLE_BUFFERS) != 0;
     });
     *n = int(end - found);
     return found;

@@ -28,10 +28,6 @@ void markGone(Connection& connection)
         fprintf(stderr, "X server %s is gone\n", DisplayString(connection.dpy));
 }
 
-// Instead of the end of the process. What is called on the connection afterwards does
-// nothing.
-void onIOError(Display*, void* connection) { markGone(*static_cast<Connection*>(connection)); }
-
 Connection* findConnection(Display* dpy)
 {
     std::lock_guard guard(listLock);
@@ -39,6 +35,29 @@ Connection* findConnection(Display* dpy)
     while (found != nullptr && found->dpy != dpy)
         found = found->next;
     return found;
+}
+
+XIOErrorHandler otherHandler = nullptr;  // what others get whose server dies
+
+// Xlib has one of these for all connections; ours go on, others end as they did.
+int onIOError(Display* dpy)
+{
+    Connection* connection = findConnection(dpy);
+    if (connection == nullptr || !connection->survives)
+        return otherHandler(dpy);
+    markGone(*connection);
+    return 0;
+}
+
+// Where the process would end otherwise. What is called on the connection afterwards
+// does nothing.
+void afterIOError(Display*, void*) { }
+
+bool prepareXlib()
+{
+    XInitThreads();
+    otherHandler = XSetIOErrorHandler(onIOError);
+    return true;
 }
 
 Connection* unlink(Display* dpy)
@@ -59,10 +78,9 @@ int onClose(Display* dpy, XExtCodes*)
 {
     forgetPbuffersOn(dpy);
     forgetContextsOn(dpy);
-    if (Connection* connection = unlink(dpy); connection != nullptr) {
+    if (Connection* connection = findConnection(dpy); connection != nullptr)
         destroyPorters(*connection);
-        delete connection;
-    }
+    delete unlink(dpy);
     return 0;
 }
 
@@ -125,8 +143,8 @@ using namespace kiv::glx;
 // Any thread; blocks for the server's answer. The caller closes it with XCloseDisplay.
 extern "C" Display* glXOpenDisplayQTN(const char* name)
 {
-    static const Status threads = XInitThreads();
-    (void)threads;
+    static const bool prepared = prepareXlib();
+    (void)prepared;
     Display* dpy = XOpenDisplay(name);
     if (dpy == nullptr) {
         recordError(ZV_ERROR_PEER, "no X server answers at '%s'", XDisplayName(name));
@@ -137,7 +155,8 @@ extern "C" Display* glXOpenDisplayQTN(const char* name)
         XCloseDisplay(dpy);
         return nullptr;
     }
-    XSetIOErrorExitHandler(dpy, onIOError, connection);
+    connection->survives = true;
+    XSetIOErrorExitHandler(dpy, afterIOError, nullptr);
     return dpy;
 }
 

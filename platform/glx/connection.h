@@ -17,6 +17,7 @@ class Porter;
 struct Connection {
     Display* dpy = nullptr;
     std::atomic<bool> gone{false};  // the server has hung up
+    bool survives = false;  // when its server goes, the process stays
     std::mutex lock;  // guards the list
     Porter* porters = nullptr;
     Connection* next = nullptr;  // guarded by the lock of all connections

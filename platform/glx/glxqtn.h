@@ -40,7 +40,9 @@ enum {
 
 /* --- Connections ---------------------------------------------------------
  * XOpenDisplay, safe for threads, and one whose server may die: then one line is
- * printed, and every call of this layer on it fails. Without this the process ends.
+ * printed, and every call of this layer on it fails. Xlib has one handler for all
+ * connections: the first call sets it (XSetIOErrorHandler), and passes on what befalls
+ * others, which end the process as before.
  * Closed with XCloseDisplay, dead or alive, which frees what the layer keeps for it;
  * nothing of it may be current on other threads then. Null on failure. */
 KIV_API Display* glXOpenDisplayQTN(const char* name);
@@ -75,6 +77,11 @@ KIV_API int glXAssociateZVPbufferQTNX(Display* dpy, GLXPbuffer pbuffer, ZVparams
  * reading. 0 (as made): it is brought before the pbuffer is drawn into, one copy of a
  * picture. For the associations that follow. */
 KIV_API void glXDrawsAllQTN(Display* dpy, GLXPbuffer pbuffer, int drawsAll);
+
+/* Brings what this thread has drawn so far into the buffer behind its current pbuffer:
+ * other threads may look. zvBufferSync ends the drawing; here it goes on, and what is
+ * drawn next comes with the next sync. 0, also without such a pbuffer; or -1. */
+KIV_API int glXSyncDrawQTN(void);
 
 /* --- Binding ---------------------------------------------------------------
  * True on success. Nothing is asked of GLX for what is current already on whichever
