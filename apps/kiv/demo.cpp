@@ -7,27 +7,22 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <fstream>
 
 #include "apps/kiv/run.h"
 #include "apps/kiv/runner.h"
 #include "apps/kiv/text.h"
+#include "apps/kiv/values.h"
 #include "platform/thread/thread.h"
-#include "platform/wisp/wispSocket.h"
 
 namespace {
 
-constexpr char camera[] = "video:pattern size=1280x720 rate=30 ! jpegenc quality=85 ! send %s listen";
+constexpr char camera[] = "video:pattern size=1280x720 rate=30 ! jpegenc quality=85 ! send tcp://localhost:0 listen";
 constexpr char receiver[] = "recv %s size=1280x720 connect ! jpegdec ! check keep=%s/demo-%%d.png";
-
-// An address of this machine that nobody uses now; "" when there is none.
-std::string freeAddress()
-{
-    const std::unique_ptr<wispListener> probe = wispListener::open("tcp://localhost:0");
-    return probe != nullptr ? probe->url() : "";
-}
 
 // The sending kiv, which ends with this one; its own lines go to `log`. -1 when it cannot be started.
 pid_t startSender(const std::string& graph, const std::string& log)
@@ -46,19 +41,21 @@ pid_t startSender(const std::string& graph, const std::string& log)
     _exit(127);
 }
 
-// Waits, for five seconds at most, until the sender takes calls. The call that
-// finds out is a peer that leaves at once, which a listening sender stands.
-bool senderListens(const std::string& url, pid_t child)
+// The address on which the sender says it listens; "" when it ends, or five seconds pass, without.
+std::string addressOf(const std::string& log, pid_t child)
 {
-    for (int tries = 0; tries < 100; ++tries) {
-        if (wispSocket::connect(url.c_str()) != nullptr)
-            return true;
+    const std::string mark = "listening on ";
+    for (int tries = 0; tries < 500; ++tries) {
+        std::ifstream file(log);
+        for (std::string line; std::getline(file, line) && !file.eof();)
+            if (const size_t at = line.find(mark); at != std::string::npos)
+                return line.substr(at + mark.size());
         siginfo_t ended = {};
         if (waitid(P_PID, id_t(child), &ended, WEXITED | WNOHANG | WNOWAIT) == 0 && ended.si_pid == child)
-            return false;
-        qtnnap(50);
+            return "";
+        qtnnap(10);
     }
-    return false;
+    return "";
 }
 
 int endSender(pid_t child)
@@ -69,34 +66,81 @@ int endSender(pid_t child)
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-}  // namespace
+class DemoCommand : public Command {
+public:
+    void declare(CLI::App& line) override;
+    int run() override;
 
-int runDemo(const DemoOptions& options)
+private:
+    bool makeFolder();
+    int receive(const std::string& url);
+
+    std::string seconds_ = "10";
+    std::string folder_ = "out";  // for the pictures left behind
+    bool json_ = false;
+};
+
+void DemoCommand::declare(CLI::App& line)
 {
-    const bool made = mkdir(options.folder.c_str(), 0755) == 0 || errno == EEXIST;
-    if (!made || access((options.folder + "/.").c_str(), W_OK) != 0) {
-        say("%s: %s", options.folder.c_str(), strerror(errno));
+    line.add_option("--seconds", seconds_, "how long: 10, 2.5, 90s, 1m30s")->check(checkSeconds)->capture_default_str();
+    line.add_option("--out", folder_, "folder for the pictures left behind")->capture_default_str();
+    line.add_flag("--json", json_, "the summary as one JSON object");
+}
+
+bool DemoCommand::makeFolder()
+{
+    const bool made = mkdir(folder_.c_str(), 0755) == 0 || errno == EEXIST;
+    if (made && access((folder_ + "/.").c_str(), W_OK) == 0)
+        return true;
+    say("%s: %s", folder_.c_str(), strerror(errno));
+    return false;
+}
+
+int DemoCommand::receive(const std::string& url)
+{
+    RunOptions run;
+    run.graph = text(receiver, url.c_str(), folder_.c_str());
+    parseSeconds(seconds_, &run.seconds);
+    run.json = json_;
+    run.status = isatty(STDERR_FILENO) != 0;
+    return runGraph(run);
+}
+
+// Camera, encoder and sender in another process, the rest here.
+int DemoCommand::run()
+{
+    if (!makeFolder())
         return exitFailed;
-    }
-    const std::string url = freeAddress();
-    const std::string log = options.folder + "/demo-sender.log";
-    const pid_t sender = url.empty() ? -1 : startSender(text(camera, url.c_str()), log);
-    if (sender < 0 || !senderListens(url, sender)) {
+    const std::string log = folder_ + "/demo-sender.log";
+    const pid_t sender = startSender(camera, log);
+    const std::string url = sender > 0 ? addressOf(log, sender) : "";
+    if (url.empty()) {
         say("demo: the sending kiv does not listen; %s says why", log.c_str());
         if (sender > 0)
             endSender(sender);
         return exitFailed;
     }
-    RunOptions run;
-    run.graph = text(receiver, url.c_str(), options.folder.c_str());
-    run.seconds = options.seconds;
-    run.json = options.json;
-    run.status = isatty(STDERR_FILENO) != 0;
-    if (!options.json)
-        printf("camera (1280x720, 30 frames/s) -> JPEG -> TCP -> JPEG -> check of the number in each picture\n");
-    const int received = runGraph(run);
+    if (!json_)
+        printOut("camera (1280x720, 30 frames/s) -> JPEG -> TCP -> JPEG -> check of the number in each picture\n");
+    const int received = receive(url);
     const int sent = endSender(sender);
-    if (!options.json)
-        printf("pictures: %s/demo-1.png and on; the sender's summary: %s\n", options.folder.c_str(), log.c_str());
+    if (!json_)
+        printOut(text("pictures: %s/demo-1.png and on; the sender's summary: %s\n", folder_.c_str(), log.c_str()));
     return received != exitGood ? received : sent == 0 ? int(exitGood) : int(exitFailed);
 }
+
+constexpr const char* examples[] = {
+    "kiv demo",
+    "kiv demo --seconds 1m --out pictures --json",
+};
+
+}  // namespace
+
+const CommandKind demoCommand = {
+    .name = "demo",
+    .help = "show it working: camera, JPEG, TCP, JPEG, check",
+    .notes = "One kiv sends the built-in camera over TCP, this one receives it and compares the number in each\n"
+             "picture with the one that travelled beside it. Some pictures are left to be looked at.",
+    .examples = examples,
+    .make = makeCommand<DemoCommand>,
+};

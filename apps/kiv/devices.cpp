@@ -1,9 +1,10 @@
 // devices.cpp - see devices.h.
 #include "apps/kiv/devices.h"
 
-#include <cstdio>
+#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "apps/kiv/colour.h"
 #include "apps/kiv/run.h"
 #include "apps/kiv/text.h"
 #include "platform/kp/kp.h"
@@ -23,22 +24,31 @@ Json describe(KPServer server, const KPNodeDesc& jack)
             {"modes", modes}};
 }
 
-void print(const Json& devices)
+std::string asText(const Json& devices)
 {
+    std::string out;
     for (const Json& device : devices) {
-        printf("%s\n", device["device"].get<std::string>().c_str());
+        out += bold(device["device"].get<std::string>()) + "\n";
         for (const Json& jack : device["jacks"]) {
-            printf("  %-8s %s\n", jack["direction"] == "in" ? "video" : "videoout",
-                   jack["name"].get<std::string>().c_str());
+            out += text("  %-8s %s\n", jack["direction"] == "in" ? "video" : "videoout",
+                        jack["name"].get<std::string>().c_str());
             for (const Json& mode : jack["modes"])
-                printf("           %s\n", mode.get<std::string>().c_str());
+                out += "           " + mode.get<std::string>() + "\n";
         }
     }
+    return out;
 }
 
-}  // namespace
+class DevicesCommand : public Command {
+public:
+    void declare(CLI::App& line) override { line.add_flag("--json", json_, "as one JSON array"); }
+    int run() override;
 
-int listDevices(bool json)
+private:
+    bool json_ = false;
+};
+
+int DevicesCommand::run()
 {
     const KPServer server = kpOpenVideo("");
     if (server == nullptr) {
@@ -55,9 +65,21 @@ int listDevices(bool json)
         devices.push_back({{"device", list.devices[d].name}, {"jacks", jacks}});
     }
     kpCloseVideo(server);
-    if (json)
-        printf("%s\n", devices.dump(2).c_str());
-    else
-        print(devices);
-    return exitGood;
+    return printOut(json_ ? devices.dump(2) + "\n" : asText(devices)) ? exitGood : exitFailed;
 }
+
+constexpr const char* examples[] = {
+    "kiv devices",
+    "kiv devices --json",
+    "kiv run 'video:pattern ! videoout:monitor' --seconds 5",
+};
+
+}  // namespace
+
+const CommandKind devicesCommand = {
+    .name = "devices",
+    .help = "list cameras and video outputs",
+    .notes = "'video:NAME' and 'videoout:NAME' in a graph take the last of those whose name contains NAME.",
+    .examples = examples,
+    .make = makeCommand<DevicesCommand>,
+};

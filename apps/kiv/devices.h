@@ -1,5 +1,6 @@
-// devices.h - `kiv devices`: what can be captured from and played out to.
+// devices.h - "kiv devices".
 #pragma once
 
-// Lists devices, jacks and modes to standard output. Returns an ExitCode.
-int listDevices(bool json);
+#include "apps/kiv/command.h"
+
+extern const CommandKind devicesCommand;

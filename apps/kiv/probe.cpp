@@ -1,15 +1,17 @@
 // probe.cpp - see probe.h.
 #include "apps/kiv/probe.h"
 
-#include <cstdio>
-
+#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "apps/kiv/colour.h"
 #include "apps/kiv/run.h"
 #include "apps/kiv/text.h"
 #include "platform/rk/rk.h"
 
-static const char* interlacingName(int code)
+namespace {
+
+const char* interlacingName(int code)
 {
     switch (code) {
     case RK_INTERLACING_PROGRESSIVE:
@@ -23,16 +25,16 @@ static const char* interlacingName(int code)
     }
 }
 
-static double rateOf(const RKtrackInfo& info)
+double rateOf(const RKtrackInfo& info)
 {
     return info.rateDenominator != 0 ? double(info.rateNumerator) / info.rateDenominator : 0;
 }
 
-static double durationOf(const RKtrackInfo& info) { return rateOf(info) > 0 ? info.frames / rateOf(info) : 0; }
+double durationOf(const RKtrackInfo& info) { return rateOf(info) > 0 ? info.frames / rateOf(info) : 0; }
 
-static std::string asText(const std::string& file, const RKtrackInfo& info)
+std::string asText(const std::string& file, const RKtrackInfo& info)
 {
-    std::string out = file + "\n";
+    std::string out = bold(file) + "\n";
     out += text("  container    %s, %lld bytes\n", info.container, info.bytes);
     out += text("  codec        %s%s%s\n", info.codec, info.pixelFormat[0] != '\0' ? ", " : "", info.pixelFormat);
     out += text("  size         %d x %d\n", info.width, info.height);
@@ -46,7 +48,7 @@ static std::string asText(const std::string& file, const RKtrackInfo& info)
     return out;
 }
 
-static std::string asJson(const std::string& file, const RKtrackInfo& info)
+std::string asJson(const std::string& file, const RKtrackInfo& info)
 {
     const nlohmann::ordered_json out = {{"file", file},
                                         {"container", info.container},
@@ -65,18 +67,47 @@ static std::string asJson(const std::string& file, const RKtrackInfo& info)
     return out.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
 }
 
-int probeMovie(const std::string& file, bool json)
+class ProbeCommand : public Command {
+public:
+    void declare(CLI::App& line) override
+    {
+        line.add_option("FILE", file_, "the movie")->required();
+        line.add_flag("--json", json_, "as one JSON object");
+    }
+    int run() override;
+
+private:
+    std::string file_;
+    bool json_ = false;
+};
+
+int ProbeCommand::run()
 {
     RKmovie movie = nullptr;
     RKtrack track = nullptr;
     RKtrackInfo info = {};
-    const bool good = rkOpenFile(file.c_str(), 0, &movie) == 0
+    const bool good = rkOpenFile(file_.c_str(), 0, &movie) == 0
         && rkFindTrackByMedium(movie, RK_MEDIUM_IMAGE, &track) == 0 && rkGetTrackInfo(track, &info) == 0;
     const std::string wrong = serviceError();
     rkClose(movie);
     if (!good) {
-        say("probe: %s: %s", file.c_str(), wrong.c_str());
+        say("probe: %s: %s", file_.c_str(), wrong.c_str());
         return exitUsage;
     }
-    return printOut(json ? asJson(file, info) : asText(file, info)) ? exitGood : exitFailed;
+    return printOut(json_ ? asJson(file_, info) : asText(file_, info)) ? exitGood : exitFailed;
 }
+
+constexpr const char* examples[] = {
+    "kiv probe clip.mov",
+    "kiv probe clip.mov --json",
+};
+
+}  // namespace
+
+const CommandKind probeCommand = {
+    .name = "probe",
+    .help = "describe a movie file",
+    .notes = "",
+    .examples = examples,
+    .make = makeCommand<ProbeCommand>,
+};

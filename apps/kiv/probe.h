@@ -1,7 +1,6 @@
-// probe.h - describes a movie file.
+// probe.h - "kiv probe".
 #pragma once
 
-#include <string>
+#include "apps/kiv/command.h"
 
-// To standard output. Returns an ExitCode.
-int probeMovie(const std::string& file, bool json);
+extern const CommandKind probeCommand;
