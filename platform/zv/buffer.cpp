@@ -1,5 +1,7 @@
 // buffer.cpp - the road of every frame: allocate, attach, free and what a
 // buffer carries. No lock and no system call but at the edge of a watched pool.
+#include <sys/mman.h>
+
 #include "platform/support/error.h"
 #include "platform/zv/internal.h"
 #include "platform/zv/poolTable.h"
@@ -232,10 +234,36 @@ int bufferMemory(ZVbuffer handle, int* fd, long long* offset, int* capacity)
         return ZV_FAILURE;
     const BufferSlot& slot = *slotBehind(handle);
     const Pool& pool = *slot.pool.load(std::memory_order_relaxed);
-    *fd = pool.memory.get();
-    *offset = slot.data.load(std::memory_order_relaxed) - pool.base;
+    const int lent = slot.lent.load(std::memory_order_relaxed) - 1;
+    *fd = lent >= 0 ? lent : pool.memory.get();
+    *offset = lent >= 0 ? 0 : slot.data.load(std::memory_order_relaxed) - pool.base;
     *capacity = pool.size;
     return bufferFree(handle);
+}
+
+bool bufferLend(ZVbuffer handle, UniqueFd memory)
+{
+    if (bufferAttach(handle) < 0)
+        return false;
+    BufferSlot& slot = *slotBehind(handle);
+    Pool& pool = *slot.pool.load(std::memory_order_relaxed);
+    void* const place = slot.data.load(std::memory_order_relaxed);
+    // Elsewhere first: a fixed mapping that fails may leave a hole.
+    void* const found = mmap(nullptr, pool.stride, PROT_READ | PROT_WRITE, MAP_SHARED, memory.get(), 0);
+    const bool mapped = found != MAP_FAILED
+        && mremap(found, pool.stride, pool.stride, MREMAP_MAYMOVE | MREMAP_FIXED, place) != MAP_FAILED;
+    if (mapped) {
+        pool.lent.store(true);
+        UniqueFd(slot.lent.exchange(memory.release() + 1) - 1);
+    }
+    bufferFree(handle);
+    return mapped;
+}
+
+int bufferLent(ZVbuffer handle)
+{
+    const BufferSlot* slot = slotBehind(handle);
+    return slot != nullptr ? slot->lent.load(std::memory_order_relaxed) - 1 : -1;
 }
 
 }  // namespace kiv

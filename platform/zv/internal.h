@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include "platform/support/fd.h"
 #include "platform/zv/zv.h"
 
 namespace kiv {
@@ -39,6 +40,7 @@ int poolDestroy(ZVbufferpool pool);
 int poolFd(ZVbufferpool pool);
 int poolSetSelectSize(ZVbufferpool pool, int size);
 int poolFree(ZVbufferpool pool);
+int poolBuffers(ZVbufferpool pool);  // its buffers, free or not; -1 on failure
 
 int bufferAllocate(ZVbufferpool pool, ZVbuffer* out);
 int bufferAttach(ZVbuffer buffer);
@@ -64,5 +66,11 @@ struct BufferWriter {
 int bufferSetWriter(ZVbuffer buffer, BufferWriter* writer);
 int bufferSync(ZVbuffer buffer);
 int bufferMemory(ZVbuffer buffer, int* fd, long long* offset, int* capacity);
+
+// Puts the memory of a device in the place of a buffer's own until the pool goes, which
+// then closes the descriptor. Only by somebody who holds the one reference. False with
+// errno when it cannot be mapped; the buffer is as it was.
+bool bufferLend(ZVbuffer buffer, UniqueFd memory);
+int bufferLent(ZVbuffer buffer);  // the descriptor of the memory that was lent; -1 = the pool's own
 
 }  // namespace kiv

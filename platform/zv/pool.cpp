@@ -77,6 +77,9 @@ bool mapPool(Pool& pool)
 void unmapPool(Pool& pool)
 {
     munmap(pool.base, pool.bytes());
+    for (unsigned i = 0; i < pool.count && pool.lent.load(); ++i)
+        UniqueFd(bufferSlot(pool.first + i).lent.exchange(0) - 1);
+    pool.lent.store(false);
     pool.base = nullptr;
     pool.memory.reset();
 }
@@ -228,6 +231,12 @@ int poolFree(ZVbufferpool handle)
     if (pool->generation.load(std::memory_order_acquire) != generationOf(handle) || list.index == FreeList::retired)
         return badHandle("pool", handle);
     return int(list.free);
+}
+
+int poolBuffers(ZVbufferpool handle)
+{
+    LockedPool pool(handle, "pool");
+    return pool ? int(pool->count) : -1;
 }
 
 static int poolLedger(ZVbufferpool handle, ZVpoolLedger* out)

@@ -30,6 +30,7 @@ struct alignas(64) BufferSlot {
     std::atomic<int> size;  // valid bytes
     std::atomic<uint32_t> index;  // its place in the pool
     std::atomic<uint32_t> next;  // that of the next free buffer
+    std::atomic<int> lent;  // 1 + the descriptor of a device's memory that lies here; 0 = the pool's own
     std::atomic<BufferWriter*> writer;  // null for most
 };
 static_assert(sizeof(BufferSlot) == 64);
@@ -78,6 +79,7 @@ struct Pool {
     size_t stride = 0;  // bytes from one buffer to the next
     std::byte* base = nullptr;
     UniqueFd memory;
+    std::atomic<bool> lent{false};  // some of its memory is a device's
     uint64_t firstGenerations = 0;  // sum over the buffers at creation
 
     alignas(64) std::mutex lock;  // guards the two below, and the end of the generation

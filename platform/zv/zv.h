@@ -193,8 +193,9 @@ typedef struct ZVpoolLedger {
 KIV_API int zvBufferGetPoolLedger(ZVbufferpool pool, ZVpoolLedger* ledger);
 /* Buffers free now; -1 for no pool. One atomic load: cheap enough to ask before waiting. */
 KIV_API int zvBufferGetPoolFree(ZVbufferpool pool);
-/* The memory file of a pool and where a buffer lies in it, for handing a buffer
- * to a device or to another process. The descriptor stays the pool's. */
+/* The memory file of a pool, or what a device shares for this buffer, and where the
+ * buffer lies in it, for handing it to a device or to another process. The descriptor
+ * stays the pool's. */
 KIV_API int zvBufferGetMemory(ZVbuffer buffer, int* fd, long long* offset, int* capacity);
 
 /* --- Buffers -------------------------------------------------------------

@@ -6,9 +6,11 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdarg>
@@ -34,6 +36,8 @@ int driverCall(int fd, unsigned long request, void* argument)
 
 bool refused(uint32_t fourcc)
 {
+    if (fourcc == V4L2_PIX_FMT_MJPEG)
+        return hand.jpegs.empty();
     return std::find(hand.refusedFormats.begin(), hand.refusedFormats.end(), fourcc) != hand.refusedFormats.end();
 }
 
@@ -41,6 +45,32 @@ int refuse(int error)
 {
     errno = error;
     return -1;
+}
+
+// Something of the driver's own of that size, called MJPG.
+int setJpegFormat(int fd, v4l2_format& format)
+{
+    format.fmt.pix.pixelformat = V4L2_PIX_FMT_YUYV;
+    const int result = driverCall(fd, VIDIOC_S_FMT, &format);
+    format.fmt.pix.pixelformat = V4L2_PIX_FMT_MJPEG;
+    format.fmt.pix.bytesperline = 0;
+    return result;
+}
+
+// What the driver filled in gives way to the next JPEG.
+void fillInJpeg(int fd, v4l2_buffer& done)
+{
+    v4l2_buffer buffer = {};
+    buffer.type = done.type;
+    buffer.memory = done.memory;
+    buffer.index = done.index;
+    const auto& jpeg = hand.jpegs[done.sequence % hand.jpegs.size()];
+    if (driverCall(fd, VIDIOC_QUERYBUF, &buffer) != 0 || buffer.length < jpeg.size())
+        return;
+    void* const memory = mmap(nullptr, buffer.length, PROT_READ | PROT_WRITE, MAP_SHARED, fd, buffer.m.offset);
+    memcpy(memory, jpeg.data(), jpeg.size());
+    munmap(memory, buffer.length);
+    done.bytesused = uint32_t(jpeg.size());
 }
 
 }  // namespace
@@ -56,7 +86,18 @@ extern "C" __attribute__((visibility("default"))) int ioctl(int fd, unsigned lon
         --hand.failing;
         return refuse(hand.failure);
     }
-    if (request == VIDIOC_S_FMT && refused(static_cast<v4l2_format*>(argument)->fmt.pix.pixelformat))
+    static std::atomic<bool> isJpeg{false};
+    if (request == VIDIOC_S_PARM && hand.rateNeedsJpeg && !isJpeg)
+        return 0;
+    if (request == VIDIOC_S_FMT) {
+        auto& format = *static_cast<v4l2_format*>(argument);
+        isJpeg = format.fmt.pix.pixelformat == V4L2_PIX_FMT_MJPEG;
+        if (refused(format.fmt.pix.pixelformat))
+            return refuse(EINVAL);
+        if (format.fmt.pix.pixelformat == V4L2_PIX_FMT_MJPEG)
+            return setJpegFormat(fd, format);
+    }
+    if (request == VIDIOC_EXPBUF && hand.refuseExport)
         return refuse(EINVAL);
     if (request == VIDIOC_REQBUFS && hand.refuseUserPointers
         && static_cast<v4l2_requestbuffers*>(argument)->memory == V4L2_MEMORY_USERPTR)
@@ -66,11 +107,15 @@ extern "C" __attribute__((visibility("default"))) int ioctl(int fd, unsigned lon
         std::lock_guard lock(countLock);
         hand.queuedUserPointers += memory == V4L2_MEMORY_USERPTR;
         hand.queuedMapped += memory == V4L2_MEMORY_MMAP;
+        hand.queuedShared += memory == V4L2_MEMORY_DMABUF;
     }
     const int result = driverCall(fd, request, argument);
     if (request == VIDIOC_DQBUF && result == 0) {
+        auto& done = *static_cast<v4l2_buffer*>(argument);
         std::lock_guard lock(countLock);
-        hand.fields.push_back(static_cast<v4l2_buffer*>(argument)->field);
+        hand.fields.push_back(done.field);
+        if (!hand.jpegs.empty() && done.type == V4L2_BUF_TYPE_VIDEO_CAPTURE)
+            fillInJpeg(fd, done);
     }
     return result;
 }

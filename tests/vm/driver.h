@@ -23,12 +23,17 @@ bool hasDriverControl(const char* file, const char* name);
 struct DriverHand {
     std::vector<uint32_t> refusedFormats;  // given another format instead
     bool refuseUserPointers = false;
+    bool refuseExport = false;
+    // The capture side has MJPG, and fills in these in turn, whatever the driver makes.
+    std::vector<std::vector<uint8_t>> jpegs;
+    bool rateNeedsJpeg = false;  // in other formats it stays as it is
     int failing = 0;  // the next calls of that request fail
     unsigned long failingRequest = 0;
     int failure = 0;  // errno
     // Counted since the last reset:
     int queuedUserPointers = 0;
     int queuedMapped = 0;
+    int queuedShared = 0;
     std::vector<uint32_t> fields;  // of the buffers taken back; read it after the transfer
 };
 extern DriverHand hand;

@@ -15,6 +15,7 @@
 #include "network/kivNetworkRecv.h"
 #include "network/kivNetworkSend.h"
 #include "platform/wisp/wispSocket.h"
+#include "tests/support/jpegReference.h"
 #include "tests/support/recordingSink.h"
 #include "tests/vm/driver.h"
 #include "video/kivVideoIn.h"
@@ -119,6 +120,8 @@ TEST_F(V4l2Capture, CopiesOrConvertsOnceWhereItMust)
     const Picture direct = stillPicture(KP_MEMORY_USERPTR);
     hand = {};
     hand.refuseUserPointers = true;
+    EXPECT_EQ(different(direct, stillPicture(KP_MEMORY_DMABUF), 0), 0);
+    hand.refuseExport = true;
     EXPECT_EQ(different(direct, stillPicture(KP_MEMORY_MMAP), 0), 0);
     EXPECT_GT(hand.queuedMapped, 0);
     EXPECT_EQ(hand.queuedUserPointers, 0);
@@ -132,6 +135,73 @@ TEST_F(V4l2Capture, CopiesOrConvertsOnceWhereItMust)
     TestPath path("Webcam", false);
     EXPECT_FALSE(path.taken());
     EXPECT_NE(lastWords().find("4:2:2"), std::string::npos) << lastWords();
+}
+
+Picture greyPicture(int luma)
+{
+    Picture picture(320 * 180 * 2, uint8_t(luma));
+    for (size_t i = 0; i < picture.size(); i += 2)
+        picture[i] = 128;
+    return picture;
+}
+
+Bytes greyJpeg(int luma, int height = 180)
+{
+    return makeJpeg({320, height, 3, Bytes(size_t(320 * height * 3), uint8_t(luma))}, {});
+}
+
+Bytes twice(Bytes jpeg)
+{
+    const Bytes once = jpeg;
+    jpeg.insert(jpeg.end(), once.begin(), once.end());
+    return jpeg;
+}
+
+// The driver has no JPEG; what it would fill in comes from here.
+TEST_F(V4l2Capture, DecodesJpegAndTellsOfWhatIsNone)
+{
+    hand.refusedFormats = {V4L2_PIX_FMT_UYVY, V4L2_PIX_FMT_YUYV, V4L2_PIX_FMT_NV12, V4L2_PIX_FMT_YUV420};
+    Bytes cut = greyJpeg(90), noHeader = greyJpeg(90);
+    cut.resize(cut.size() / 2);
+    noHeader[0] = 0;
+    hand.jpegs = {greyJpeg(60)};
+    TestPath path("Webcam", false);
+    ASSERT_TRUE(path.taken()) << lastWords();
+    ASSERT_EQ(path.setSize(320, 180), 0) << lastWords();
+    ASSERT_EQ(path.setRate(25, 1), 0) << lastWords();
+    path.makePool();
+    EXPECT_EQ(path.get(KP_CONTROL_MEMORY_MODE).intVal, KP_MEMORY_CONVERT);
+    for (const Bytes& bad : {cut, noHeader, twice(greyJpeg(90, 90)), twice(greyJpeg(90))}) {
+        hand.jpegs = {greyJpeg(60), bad, greyJpeg(200)};
+        ASSERT_EQ(path.begin(), 0) << lastWords();
+        path.errors = 0;
+        for (int i = 0; i < 6 || path.errors < 2; ++i) {
+            ASSERT_LT(i, 100) << "a damaged picture was not told";
+            ZVbuffer buffer = path.frame();
+            ASSERT_NE(buffer, nullptr);
+            const auto* data = static_cast<const uint8_t*>(zvBufferMapData(buffer));
+            const Picture picture(data, data + zvBufferGetSize(buffer));
+            EXPECT_TRUE(different(picture, greyPicture(60), 3) == 0 || different(picture, greyPicture(200), 3) == 0)
+                << "a picture of " << int(picture[1]);
+            zvBufferFree(buffer);
+        }
+        ASSERT_EQ(path.end(), 0);
+    }
+}
+
+TEST_F(V4l2Capture, TakesTheFormatThatHasTheRate)
+{
+    hand.jpegs = {greyJpeg(60)};
+    hand.rateNeedsJpeg = true;
+    TestPath path("Webcam", false);
+    ASSERT_EQ(path.setSize(320, 180), 0) << lastWords();
+    ASSERT_EQ(path.setRate(path.rate() == "50/1" ? 25 : 50, 1), 0) << lastWords();
+    EXPECT_EQ(path.size(), "320x180");
+    EXPECT_NE(path.setRate(500, 1), 0);
+    path.makePool();
+    EXPECT_EQ(path.get(KP_CONTROL_MEMORY_MODE).intVal, KP_MEMORY_CONVERT);
+    ASSERT_EQ(path.begin(), 0) << lastWords();
+    EXPECT_EQ(different(path.picture(), greyPicture(60), 3), 0);
 }
 
 TEST_F(V4l2Capture, GivesFieldsInEveryWayThatTheDriverKnows)
@@ -209,12 +279,15 @@ TEST_F(V4l2Capture, AnswersControlsWithWhatTheDriverDoes)
 
 TEST_F(V4l2Capture, DropsWhenThePoolIsEmptyAndGoesOn)
 {
-    for (const bool mapped : {false, true}) {
-        SCOPED_TRACE(mapped ? "mapped" : "user pointers");
-        hand.refuseUserPointers = mapped;
+    for (const int mode : {KP_MEMORY_USERPTR, KP_MEMORY_DMABUF, KP_MEMORY_MMAP}) {
+        SCOPED_TRACE(mode);
+        hand.refuseUserPointers = mode != KP_MEMORY_USERPTR;
+        hand.refuseExport = mode == KP_MEMORY_MMAP;
         TestPath path("Webcam", false);
         ASSERT_EQ(path.setSize(320, 180), 0) << lastWords();
+        ASSERT_EQ(path.setRate(25, 1), 0) << lastWords();
         path.makePool(0);
+        EXPECT_EQ(path.get(KP_CONTROL_MEMORY_MODE).intVal, mode);
         ASSERT_EQ(path.begin(), 0) << lastWords();
         std::vector<ZVbuffer> kept;
         ZVbuffer next = nullptr;

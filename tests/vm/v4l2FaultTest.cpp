@@ -113,7 +113,7 @@ TEST_F(V4l2Fault, ErrorsAtTheStartFailItAndTheNextOneWorks)
     // What a driver does not take with the pool is done another way.
     setDriver(captureFile, "Inject VIDIOC_QBUF Error", 1);
     auto path = runningCamera();
-    EXPECT_EQ(path->get(KP_CONTROL_MEMORY_MODE).intVal, KP_MEMORY_MMAP);
+    EXPECT_EQ(path->get(KP_CONTROL_MEMORY_MODE).intVal, KP_MEMORY_DMABUF);
 }
 
 TEST_F(V4l2Fault, ADeviceInUseIsBusy)
@@ -168,6 +168,50 @@ TEST_F(V4l2Fault, AnOutputSurvivesWhatItsDriverInjects)
     }
 }
 
+TEST_F(V4l2Fault, AJackWithoutASignalIsTakenAllTheSame)
+{
+    const struct {
+        const char *jack, *control;
+        int mode;
+    } faults[] = {{"HDMI", "DV Timings Signal Mode", 1},
+                  {"HDMI", "DV Timings Signal Mode", 3},
+                  {"TV", "Standard Signal Mode", 1},
+                  {"TV", "Standard Signal Mode", 2}};
+    for (const auto& fault : faults) {
+        SCOPED_TRACE(testing::Message() << fault.control << " " << fault.mode);
+        setDriver(captureFile, fault.control, fault.mode);
+        TestPath path(fault.jack, false);
+        setDriver(captureFile, fault.control, 0);
+        ASSERT_TRUE(path.taken()) << lastWords();
+        path.makePool();
+        ASSERT_EQ(path.begin(), 0) << lastWords();
+        setDriver(captureFile, fault.control, fault.mode);
+        EXPECT_TRUE(path.captureInARow(3, 100));
+        setDriver(captureFile, fault.control, 0);
+    }
+}
+
+TEST_F(V4l2Fault, CountersOfTheDriverMayWrap)
+{
+    setDriver(captureFile, "Wrap Sequence Number", 1);  // after 128 pictures
+    setDriver(captureFile, "Wrap Timestamp", 1);
+    auto path = camera();
+    ASSERT_EQ(path->setRate(50, 1), 0) << lastWords();
+    path->makePool();
+    ASSERT_EQ(path->begin(), 0) << lastWords();
+    for (int64_t last = -1; last < 150;) {
+        ZVbuffer buffer = path->frame();
+        ASSERT_NE(buffer, nullptr);
+        const int64_t msc = zvBufferGetUSTMSCpair(buffer).msc;
+        zvBufferFree(buffer);
+        EXPECT_GT(msc, last);
+        EXPECT_LT(msc, last + 100) << "a wrap is no loss";
+        last = msc;
+    }
+    setDriver(captureFile, "Wrap Sequence Number", 0);
+    setDriver(captureFile, "Wrap Timestamp", 0);
+}
+
 TEST_F(V4l2Fault, ADriverThatOnlyFailsIsGivenUp)
 {
     auto path = runningCamera();
@@ -182,12 +226,14 @@ TEST_F(V4l2Fault, ADriverThatOnlyFailsIsGivenUp)
     expectWorks();
 }
 
-// Last: the devices come back new.
+// Last: the devices come back new. One that the driver only says is disconnected does
+// so when nobody has it open any more, others when their driver finds them again.
 TEST_F(V4l2Fault, UnpluggedIsToldOnceAndPluggedInWorksAgain)
 {
     constexpr int bytes = 720 * 576 * 2;
     const char* const driver = "/sys/bus/platform/drivers/vivid";
-    for (int i = 0; i < 3; ++i) {
+    for (const bool disconnected : {true, true, false, false}) {
+        SCOPED_TRACE(disconnected ? "disconnected" : "unbound");
         {
             PoolFixture pictures(4, bytes);
             auto in = runningCamera();
@@ -199,7 +245,11 @@ TEST_F(V4l2Fault, UnpluggedIsToldOnceAndPluggedInWorksAgain)
             EXPECT_EQ(out.send(sent), 0);
             zvBufferFree(sent);
             EXPECT_EQ(out.until(KPTransferComplete).reason, KPTransferComplete);
-            ASSERT_TRUE(writeTo((std::string(driver) + "/unbind").c_str(), "vivid.0"));
+            if (disconnected) {
+                setDriver(captureFile, "Disconnect", 1);
+            } else {
+                ASSERT_TRUE(writeTo((std::string(driver) + "/unbind").c_str(), "vivid.0"));
+            }
             for (TestPath* path : {in.get(), &out}) {
                 EXPECT_EQ(path->until(KPDeviceEvent).reason, KPDeviceEvent);
                 EXPECT_EQ(path->until(KPDeviceEvent, 300).reason, 0);
@@ -211,7 +261,9 @@ TEST_F(V4l2Fault, UnpluggedIsToldOnceAndPluggedInWorksAgain)
             TestPath absent("Webcam", false);
             EXPECT_FALSE(absent.taken());
         }
-        ASSERT_TRUE(writeTo((std::string(driver) + "/bind").c_str(), "vivid.0"));
+        if (!disconnected) {
+            ASSERT_TRUE(writeTo((std::string(driver) + "/bind").c_str(), "vivid.0"));
+        }
         ASSERT_TRUE(eventually([] { return access(captureFile, R_OK) == 0 && access(outputFile, R_OK) == 0; }));
         expectWorks();
     }

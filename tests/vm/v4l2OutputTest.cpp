@@ -102,6 +102,56 @@ TEST_F(V4l2Output, CopiesOrConvertsOnceWhereItMust)
     EXPECT_EQ(mode, KP_MEMORY_CONVERT);
 }
 
+// The capture side's own buffers are shown, and captured again through the loop.
+TEST_F(V4l2Output, ShowsWhatADriverSharesWithoutACopy)
+{
+    hand.refuseUserPointers = true;
+    PoolFixture pictures(4, bytes);
+    TestPath out("S-Video", true);
+    TestPath in("S-Video", false);
+    for (TestPath* path : {&out, &in}) {
+        ASSERT_EQ(path->set(KP_CONTROL_TIMING, 2), 0) << lastWords();
+        ASSERT_EQ(path->setSize(width, height), 0) << lastWords();
+    }
+    in.makePool();
+    ASSERT_EQ(out.begin(), 0) << lastWords();
+    for (int round = 0; round < 2; ++round) {
+        ASSERT_EQ(in.begin(), 0) << lastWords();
+        EXPECT_EQ(in.get(KP_CONTROL_MEMORY_MODE).intVal, KP_MEMORY_DMABUF);
+        ZVbuffer frame = in.frame();
+        ASSERT_NE(frame, nullptr);
+        auto* data = static_cast<uint8_t*>(zvBufferMapData(frame));
+        memset(data + bytes / 2, 0x60 + round, 1000);  // no test picture has that
+        const std::vector<uint8_t> wanted(data, data + bytes);
+        ASSERT_EQ(out.send(frame), 0) << lastWords();
+        EXPECT_EQ(out.until(KPTransferComplete).reason, KPTransferComplete);
+        EXPECT_EQ(out.get(KP_CONTROL_MEMORY_MODE).intVal, KP_MEMORY_DMABUF);
+        setDriver(captureFile, "Loop Video", 1);
+        bool came = false;
+        for (int i = 0; i < 50 && !came; ++i)
+            came = in.picture() == wanted;
+        EXPECT_TRUE(came);
+
+        // A picture from elsewhere makes it begin anew, and what was shared is shown again.
+        EXPECT_GT(hand.queuedShared, 0);
+        EXPECT_TRUE(comesBack(out, in, pictures, round));
+        setDriver(captureFile, "Loop Video", 0);
+        EXPECT_EQ(out.get(KP_CONTROL_MEMORY_MODE).intVal, KP_MEMORY_MMAP);
+        zvBufferFree(frame);
+        ASSERT_EQ(out.end(), 0);
+        ASSERT_EQ(in.end(), 0);
+        ASSERT_EQ(out.begin(), 0) << lastWords();
+    }
+    // A buffer that somebody holds cannot change its memory.
+    ASSERT_EQ(out.end(), 0);
+    ZVbuffer held = nullptr;
+    ASSERT_EQ(zvBufferAllocate(in.pool, &held), 0);
+    ASSERT_EQ(in.begin(), 0) << lastWords();
+    EXPECT_EQ(in.get(KP_CONTROL_MEMORY_MODE).intVal, KP_MEMORY_MMAP);
+    EXPECT_EQ(in.picture().size(), size_t(bytes));
+    zvBufferFree(held);
+}
+
 TEST_F(V4l2Output, HoldsTheLastPictureAndTellsSoAtItsRate)
 {
     PoolFixture pictures(4, bytes);

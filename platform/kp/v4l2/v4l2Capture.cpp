@@ -1,8 +1,10 @@
 // v4l2Capture.cpp - pictures from a device into a pool.
 //
-// Where the driver takes user pointers and makes pictures as the pool has them, the
-// pool's own buffers are queued and nothing is copied. Otherwise the driver's buffers
-// are mapped and each picture is copied, or converted, once.
+// Where the driver makes pictures as the pool has them and takes user pointers, the
+// pool's own buffers are queued and nothing is copied. Where it does not take them but
+// shares its own buffers, those are lent to the pool, one for each of the pool's, and
+// nothing is copied either; an output can show them without a copy. Otherwise the
+// driver's buffers are mapped and each picture is copied, or converted, once.
 //
 // Stamps: UST is the driver's, which may lie up to a period in the future; MSC counts
 // pictures, those that were lost included. A frame whose fields come alone is two.
@@ -41,9 +43,9 @@ public:
 private:
     struct Slot {
         bool queued = false;
-        void* data = nullptr;  // of a mapped buffer, or of the pool's that was here last
+        void* data = nullptr;  // of a mapped buffer, of the pool's that was here last, or of the one lent to
         size_t length = 0;
-        ZVbuffer buffer = nullptr;  // while queued by user pointer; one reference
+        ZVbuffer buffer = nullptr;  // of the pool, while queued; one reference
     };
 
     int prepare() override;
@@ -51,10 +53,14 @@ private:
     bool restart() override;
     void release() override;
 
-    bool direct() const { return mode_ == KP_MEMORY_USERPTR; }
-    uint32_t memory() const { return direct() ? V4L2_MEMORY_USERPTR : V4L2_MEMORY_MMAP; }
+    bool direct() const { return mode_ == KP_MEMORY_USERPTR || mode_ == KP_MEMORY_DMABUF; }
+    uint32_t memory() const { return mode_ == KP_MEMORY_USERPTR ? V4L2_MEMORY_USERPTR : V4L2_MEMORY_MMAP; }
     int depth() const;
     bool takesUserPointers();
+    bool sharesBuffers();
+    int slotsWanted() const;
+    bool lendSlots();
+    int requestSlots();
     int mapSlots();
     bool refill();
     bool queueFree();
@@ -99,7 +105,7 @@ int V4l2Capture::registerPool(ZVbufferpool pool)
     pool_ = pool;
     settings_.sizeFixed = true;
     if (settings_.direct())
-        mode_ = takesUserPointers() ? KP_MEMORY_USERPTR : KP_MEMORY_MMAP;
+        mode_ = takesUserPointers() ? KP_MEMORY_USERPTR : sharesBuffers() ? KP_MEMORY_DMABUF : KP_MEMORY_MMAP;
     else
         mode_ = settings_.format().fourcc == V4L2_PIX_FMT_UYVY ? KP_MEMORY_MMAP : KP_MEMORY_CONVERT;
     return 0;
@@ -120,6 +126,40 @@ bool V4l2Capture::takesUserPointers()
     return taken;
 }
 
+// Tried with one buffer; a pool of more than the driver can have is not lent to.
+bool V4l2Capture::sharesBuffers()
+{
+    const bool shared
+        = poolBuffers(pool_) <= maxSlots && node_.requestBuffers(V4L2_MEMORY_MMAP, 1) > 0 && node_.exportBuffer(0);
+    node_.requestBuffers(V4L2_MEMORY_MMAP, 0);
+    return shared;
+}
+
+int V4l2Capture::slotsWanted() const
+{
+    if (mode_ == KP_MEMORY_DMABUF)
+        return poolBuffers(pool_);
+    return mode_ == KP_MEMORY_USERPTR ? userSlots : wantQueued_;
+}
+
+// A driver buffer in the place of each buffer of the pool. False when one is held by
+// somebody, or cannot be had.
+bool V4l2Capture::lendSlots()
+{
+    std::array<ZVbuffer, maxSlots> all = {};
+    int lent = 0;
+    bool good = numSlots_ == slotsWanted() && poolFree(pool_) == numSlots_;
+    for (; lent < numSlots_ && good; ++lent) {
+        good = bufferAllocate(pool_, &all[lent]) == 0 && format_.bytes <= bufferCapacity(all[lent])
+            && bufferLend(all[lent], node_.exportBuffer(lent));
+        slots_[lent].data = bufferMap(all[lent]);
+    }
+    for (ZVbuffer buffer : all)
+        if (buffer != nullptr)
+            bufferFree(buffer);
+    return good;
+}
+
 int V4l2Capture::prepare()
 {
     if (pool_ == nullptr)
@@ -130,18 +170,30 @@ int V4l2Capture::prepare()
     msc_ = -1;
     numQueued_ = 0;
     slots_ = {};
-    if (!direct() && pictures_.open(format_) != 0)
+    if (pictures_.open(format_) != 0 || requestSlots() != 0)
         return -1;
-    numSlots_ = node_.requestBuffers(memory(), direct() ? userSlots : wantQueued_);
-    if (numSlots_ < 1)
-        return recordSystemError(errno == EBUSY ? ZV_ERROR_STATE : ZV_ERROR_SYSTEM, "no buffers of '%s'%s",
-                                 node_.card().c_str(), errno == EBUSY ? ", it is busy" : "");
-    numSlots_ = std::min(numSlots_, maxSlots);
+    if (mode_ == KP_MEMORY_DMABUF && !lendSlots()) {
+        node_.requestBuffers(memory(), 0);
+        mode_ = KP_MEMORY_MMAP;  // somebody holds a buffer of the pool, or the driver has too few
+        slots_ = {};
+        if (requestSlots() != 0)
+            return -1;
+    }
     if (!direct() && mapSlots() != 0)
         return -1;
     if (refill() && node_.streamOn() == 0)
         return 0;
     return recordSystemError(ZV_ERROR_SYSTEM, "'%s' does not start", node_.card().c_str());
+}
+
+int V4l2Capture::requestSlots()
+{
+    numSlots_ = node_.requestBuffers(memory(), slotsWanted());
+    if (numSlots_ < 1)
+        return recordSystemError(errno == EBUSY ? ZV_ERROR_STATE : ZV_ERROR_SYSTEM, "no buffers of '%s'%s",
+                                 node_.card().c_str(), errno == EBUSY ? ", it is busy" : "");
+    numSlots_ = std::min(numSlots_, maxSlots);
+    return 0;
 }
 
 int V4l2Capture::mapSlots()
@@ -213,7 +265,7 @@ bool V4l2Capture::queueFree()
         return true;  // another was faster
     void* const data = bufferMap(buffer);
     Slot* slot = slotFor(data);
-    if (node_.queue(V4L2_MEMORY_USERPTR, int(slot - slots_.data()), data, format_.bytes, 0, 0) != 0) {
+    if (node_.queue(memory(), int(slot - slots_.data()), data, format_.bytes, 0, 0) != 0) {
         bufferFree(buffer);
         return false;
     }

@@ -116,26 +116,41 @@ int V4l2Node::requestBuffers(uint32_t memory, int count) const
     return control(VIDIOC_REQBUFS, &data) == 0 ? int(data.count) : -1;
 }
 
-int V4l2Node::queue(uint32_t memory, int index, void* data, int length, int used, uint32_t field) const
+// `place` writes where the memory is.
+template <class Place>
+int V4l2Node::queue_(v4l2_buffer& buffer, int length, int used, uint32_t field, Place&& place) const
 {
     v4l2_plane plane = {};
-    v4l2_buffer buffer = {};
     buffer.type = type_;
-    buffer.memory = memory;
-    buffer.index = uint32_t(index);
     buffer.field = output_ ? field : uint32_t(V4L2_FIELD_ANY);
     if (planes_) {
         plane.bytesused = uint32_t(used);
         plane.length = uint32_t(length);
-        plane.m.userptr = reinterpret_cast<unsigned long>(data);
+        place(plane.m);
         buffer.m.planes = &plane;
         buffer.length = 1;
     } else {
         buffer.bytesused = uint32_t(used);
         buffer.length = uint32_t(length);
-        buffer.m.userptr = reinterpret_cast<unsigned long>(data);
+        place(buffer.m);
     }
     return control(VIDIOC_QBUF, &buffer);
+}
+
+int V4l2Node::queue(uint32_t memory, int index, void* data, int length, int used, uint32_t field) const
+{
+    v4l2_buffer buffer = {};
+    buffer.memory = memory;
+    buffer.index = uint32_t(index);
+    return queue_(buffer, length, used, field, [&](auto& m) { m.userptr = reinterpret_cast<unsigned long>(data); });
+}
+
+int V4l2Node::queueShared(int index, int descriptor, int length, int used, uint32_t field) const
+{
+    v4l2_buffer buffer = {};
+    buffer.memory = V4L2_MEMORY_DMABUF;
+    buffer.index = uint32_t(index);
+    return queue_(buffer, length, used, field, [&](auto& m) { m.fd = descriptor; });
 }
 
 int V4l2Node::dequeue(uint32_t memory, V4l2Done* done) const
@@ -179,6 +194,15 @@ void* V4l2Node::map(int index, size_t* length) const
     const off_t offset = planes_ ? plane.m.mem_offset : buffer.m.offset;
     void* data = mmap(nullptr, *length, PROT_READ | PROT_WRITE, MAP_SHARED, fd_.get(), offset);
     return data != MAP_FAILED ? data : nullptr;
+}
+
+UniqueFd V4l2Node::exportBuffer(int index) const
+{
+    v4l2_exportbuffer data = {};
+    data.type = type_;
+    data.index = uint32_t(index);
+    data.flags = O_CLOEXEC | O_RDWR;
+    return control(VIDIOC_EXPBUF, &data) == 0 ? selectableFd(data.fd) : UniqueFd();
 }
 
 int V4l2Node::streamOn() const

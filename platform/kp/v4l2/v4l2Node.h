@@ -57,13 +57,16 @@ public:
 
     int requestBuffers(uint32_t memory, int count) const;  // granted, 0 gives all back; -1
     int queue(uint32_t memory, int index, void* data, int length, int used, uint32_t field) const;
+    int queueShared(int index, int descriptor, int length, int used, uint32_t field) const;  // another device's memory
     int dequeue(uint32_t memory, V4l2Done* done) const;
     void* map(int index, size_t* length) const;  // null on failure
+    UniqueFd exportBuffer(int index) const;  // one of the driver's own, for others; empty on failure
     int streamOn() const;
     int streamOff() const;
 
 private:
     int format_(unsigned long request, V4l2Format* format) const;
+    template <class Place> int queue_(v4l2_buffer& buffer, int length, int used, uint32_t field, Place&& place) const;
 
     UniqueFd fd_;
     uint32_t type_ = 0;

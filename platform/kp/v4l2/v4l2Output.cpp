@@ -70,7 +70,7 @@ private:
         bool queued = false;
         void* data = nullptr;  // of a mapped buffer
         size_t length = 0;
-        Held picture;  // while queued by user pointer
+        Held picture;  // while queued without a copy
     };
 
     int prepare() override;
@@ -81,11 +81,19 @@ private:
     bool prepareMode(int mode);
     bool start();
     bool play();
+    bool startMode(int mode) { return prepareMode(mode) && queuePicture(0); }
     bool queuePicture(int slot);
+    bool queueHeld(int slot, int bytes);
     int freeSlot() const;
     bool collect(bool broken);
     void tell();
-    uint32_t memory() const { return mode_ == KP_MEMORY_USERPTR ? V4L2_MEMORY_USERPTR : V4L2_MEMORY_MMAP; }
+    bool copies() const { return mode_ != KP_MEMORY_USERPTR && mode_ != KP_MEMORY_DMABUF; }
+    uint32_t memory() const
+    {
+        return mode_ == KP_MEMORY_USERPTR ? V4L2_MEMORY_USERPTR
+            : mode_ == KP_MEMORY_DMABUF   ? V4L2_MEMORY_DMABUF
+                                          : V4L2_MEMORY_MMAP;
+    }
     uint32_t nextField();
 
     UniqueFd kick_;  // readable when a picture was sent
@@ -177,7 +185,7 @@ bool V4l2Output::prepareMode(int mode)
     if (mode == KP_MEMORY_NONE)
         return true;
     numSlots_ = std::min(node_.requestBuffers(memory(), std::max(toStart_, 2)), maxSlots);
-    for (int i = 0; i < numSlots_ && mode != KP_MEMORY_USERPTR; ++i) {
+    for (int i = 0; i < numSlots_ && copies(); ++i) {
         slots_[i].data = node_.map(i, &slots_[i].length);
         if (slots_[i].data == nullptr)
             return false;
@@ -185,13 +193,14 @@ bool V4l2Output::prepareMode(int mode)
     return numSlots_ >= toStart_;
 }
 
-// Shows the first picture, by user pointer where the driver takes it.
+// Shows the first picture: as another device shares it, or by user pointer, where the
+// driver takes that.
 bool V4l2Output::start()
 {
     if (mode_ == KP_MEMORY_NONE) {
-        const bool first = direct_ && prepareMode(KP_MEMORY_USERPTR) && queuePicture(0);
-        const int copying = format_.fourcc == V4L2_PIX_FMT_UYVY ? KP_MEMORY_MMAP : KP_MEMORY_CONVERT;
-        if (!first && !(prepareMode(copying) && queuePicture(0)))
+        const bool shared = direct_ && bufferLent(shown_.get()) >= 0 && startMode(KP_MEMORY_DMABUF);
+        const bool direct = shared || (direct_ && startMode(KP_MEMORY_USERPTR));
+        if (!direct && !startMode(format_.fourcc == V4L2_PIX_FMT_UYVY ? KP_MEMORY_MMAP : KP_MEMORY_CONVERT))
             return false;
     }
     while (numQueued_ < toStart_)
@@ -238,13 +247,11 @@ bool V4l2Output::queuePicture(int slot)
     if (slot < 0)
         return false;
     const int bytes = format_.bytes;
-    uint8_t* const data = static_cast<uint8_t*>(bufferMap(shown_.get()));
-    if (mode_ == KP_MEMORY_USERPTR) {
-        if (bufferCapacity(shown_.get()) < bytes
-            || node_.queue(V4L2_MEMORY_USERPTR, slot, data, bytes, bytes, nextField()) != 0)
+    if (!copies()) {
+        if (!queueHeld(slot, bytes))
             return false;
-        slots_[slot].picture.keep(shown_.get());
     } else {
+        const auto* data = static_cast<const uint8_t*>(bufferMap(shown_.get()));
         if (slots_[slot].length < size_t(bytes))
             return false;
         pictures_.store(data, static_cast<uint8_t*>(slots_[slot].data));
@@ -254,6 +261,21 @@ bool V4l2Output::queuePicture(int slot)
     slots_[slot].queued = true;
     ++numQueued_;
     return true;
+}
+
+// Without a copy; the picture is held until the driver gives it back.
+bool V4l2Output::queueHeld(int slot, int bytes)
+{
+    const ZVbuffer picture = shown_.get();
+    if (bufferCapacity(picture) < bytes)
+        return false;
+    void* const data = bufferMap(picture);  // whoever still draws into it is done then
+    const int done = mode_ == KP_MEMORY_DMABUF
+        ? node_.queueShared(slot, bufferLent(picture), bufferCapacity(picture), bytes, nextField())
+        : node_.queue(V4L2_MEMORY_USERPTR, slot, data, bytes, bytes, nextField());
+    if (done == 0)
+        slots_[slot].picture.keep(picture);
+    return done == 0;
 }
 
 void V4l2Output::run()
@@ -286,6 +308,8 @@ bool V4l2Output::play()
             return true;
         shown_.take(next_.release());
     }
+    if (streaming_ && mode_ == KP_MEMORY_DMABUF && bufferLent(shown_.get()) < 0)
+        streaming_ = !prepareMode(KP_MEMORY_NONE);  // another kind of picture: begin anew
     if (!streaming_)
         return start();
     if (!queuePicture(freeSlot()))

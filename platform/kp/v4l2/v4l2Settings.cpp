@@ -226,6 +226,23 @@ bool V4l2Settings::rateIs(double wanted) const
     return std::abs(double(now.numerator) / double(now.denominator) - wanted) <= wanted * rateTolerance;
 }
 
+// Many a camera has its high rates only in a format that needs more work.
+bool V4l2Settings::rateInAnotherFormat(V4l2Rate rate, double wanted)
+{
+    const V4l2Format now = format_;
+    for (const uint32_t fourcc : formats) {
+        V4l2Format format = {fourcc, now.width, now.height, fieldWish_, 0, 0};
+        if (fourcc == now.fourcc || (node_.output() && fourcc == V4L2_PIX_FMT_MJPEG) || node_.setFormat(&format) != 0
+            || format.fourcc != fourcc || format.width != now.width || format.height != now.height || !usable(format))
+            continue;
+        format_ = format;
+        node_.setRate(rate);
+        if (rateIs(wanted))
+            return true;
+    }
+    return false;
+}
+
 int V4l2Settings::setRate(int numerator, int denominator)
 {
     if (numerator < 1 || denominator < 1 || numerator / denominator > maxRate)
@@ -242,6 +259,8 @@ int V4l2Settings::setRate(int numerator, int denominator)
             negotiate(size.width, size.height, fieldWish_);
         else
             node_.setRate({numerator, denominator * perFrame});
+        if (!rateIs(wanted) && !jack_.timings && !sizeFixed)
+            rateInAnotherFormat({numerator, denominator * perFrame}, wanted);
         if (!rateIs(wanted) || format_.width != size.width || format_.height != size.height) {
             const V4l2Rate got = rate();
             recordError(ZV_ERROR_UNSUPPORTED, "'%s' runs at %d/%d where %d/%d frames a second are asked",

@@ -43,6 +43,7 @@ private:
     int negotiate(int width, int height, uint32_t field);
     int setSize(int x, int y);
     int setRate(int numerator, int denominator);
+    bool rateInAnotherFormat(V4l2Rate rate, double wanted);
     int setTiming(int timing);
     int setCaptureType(int type);
     int captureType() const;
