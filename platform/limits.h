@@ -20,9 +20,11 @@ typedef struct KivLimits {
     int movieFrames;         /* frames in a movie's index: 16 Mi */
     long long frameBytes;    /* one compressed frame in a movie file: 64 MiB */
     int converterWorkers;    /* worker threads of one converter: 64 */
-    int connectMs;           /* connecting to a peer: 5000 */
-    int sendMs;              /* a message begun must be gone: 10000 */
+    int connectMs;           /* connecting to a peer, ms: 5000 */
+    /* Deadlines in milliseconds; 0 leaves no time at all. */
+    int sendMs;              /* something waits to be sent, and nothing is taken for that long: 10000 */
     int idleMs;              /* half a message and then silence: 2000 */
+    int recvMs;              /* waiting for the rest of one message, all waits together: 60000 */
 } KivLimits;
 
 /* The limits in force; never null.  Thread-safe as long as nobody writes. */

@@ -17,6 +17,7 @@ extern "C" KivLimits* kivLimits(void)
         .connectMs = 5000,
         .sendMs = 10000,
         .idleMs = 2000,
+        .recvMs = 60000,
     };
     return &limits;
 }

@@ -80,12 +80,9 @@ int listenTcp(wispListener::Impl& impl, const WispAddress& address)
     return 0;
 }
 
-// "localhost" is bound as 127.0.0.1, which a peer that says localhost tries in any case.
-int listenAt(wispListener::Impl& impl, WispUrl url)
+int listenAt(wispListener::Impl& impl, const WispUrl& url)
 {
     std::vector<WispAddress> addresses;
-    if (url.host == "localhost")
-        url.host.clear();
     if (resolveWispUrl(url, addresses) < 0)
         return -1;
     WispAddress& address = addresses.front();
@@ -157,7 +154,7 @@ std::unique_ptr<wispListener> wispListener::open(const char* url)
     try {
         kiv::WispUrl parsed;
         auto impl = std::make_unique<Impl>();
-        if (kiv::parseWispUrl(url, parsed) < 0 || kiv::listenAt(*impl, std::move(parsed)) < 0)
+        if (kiv::parseWispUrl(url, parsed) < 0 || kiv::listenAt(*impl, parsed) < 0)
             return nullptr;
         return std::make_unique<wispListener>(std::move(impl));
     } catch (const std::bad_alloc&) {

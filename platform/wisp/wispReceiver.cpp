@@ -79,6 +79,7 @@ int WispReceiver::skipRest()
         left_ -= count;
     }
     have_ = 0;
+    waited_ = 0;
     headerGiven_ = sizeKnown_ = false;
     return 0;
 }
@@ -161,12 +162,22 @@ int WispReceiver::readSome(char* to, int bytes)
     }
 }
 
-// Silence is allowed for ever between two messages, and for idleMs inside one.
+// Silence is allowed for ever between two messages. Inside one it may last idleMs, and
+// all silences together recvMs, so that a peer that lets it drip does not stay for ever.
+// What the reader itself takes its time for does not count.
 int WispReceiver::wait()
 {
-    const int ready = pollFd(link_.fd(), POLLIN, begun() ? deadlineIn(kivLimits()->idleMs) : 0);
+    const uint64_t begin = monotonicNs();
+    const uint64_t idle = deadlineIn(kivLimits()->idleMs);
+    const uint64_t whole = deadlineIn(kivLimits()->recvMs) - waited_;
+    const bool inside = begun();
+    const int ready = pollFd(link_.fd(), POLLIN, inside ? std::max(std::min(idle, whole), uint64_t(1)) : 0);
+    if (inside)
+        waited_ += monotonicNs() - begin;
     if (ready == THREAD_POLL_READY)
         return 0;
+    if (ready == THREAD_POLL_TIMEOUT && whole < idle)
+        return damaged(ZV_ERROR_PEER, "a message was not whole within recvMs");
     if (ready == THREAD_POLL_STOP)
         return recordError(ZV_ERROR_STOPPED, "%s: a stop request ended the wait for a message", link_.peer());
     if (ready == THREAD_POLL_TIMEOUT)

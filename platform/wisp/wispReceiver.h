@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 
 #include "platform/wisp/wispLink.h"
 #include "platform/wisp/wispSocket.h"
@@ -45,6 +46,7 @@ private:
     bool damaged_ = false;  // where the next message begins is not known any more
     int size_ = 0;
     int left_ = 0;  // data bytes not yet read
+    uint64_t waited_ = 0;  // ns: for the rest of this message
     char prefix_[WispLink::maxHeaderBytes + sizeBytes];
 
     std::atomic<long long> received_{0};

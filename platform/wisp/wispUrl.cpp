@@ -107,7 +107,9 @@ int resolveWispUrl(const WispUrl& url, std::vector<WispAddress>& addresses)
     addrinfo hints = {};
     hints.ai_socktype = SOCK_STREAM;
     hints.ai_flags = AI_NUMERICSERV;
-    const char* host = url.host.empty() ? "127.0.0.1" : url.host.c_str();
+    // This machine's own name is never looked up: who resolves it elsewhere would be believed.
+    const bool loopback = url.host.empty() || url.host == "localhost";
+    const char* host = loopback ? "127.0.0.1" : url.host.c_str();
     addrinfo* found = nullptr;
     const int failure = getaddrinfo(host, std::to_string(url.port).c_str(), &hints, &found);
     if (failure != 0)

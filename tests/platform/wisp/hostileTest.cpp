@@ -1,5 +1,6 @@
 // hostileTest.cpp - peers that lie, fall silent or die, and readers that are asked to stop.
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -143,6 +144,36 @@ TEST(Receiver, GivesUpHalfAMessageAndThenSilence)
         EXPECT_NE(lastErrorText().find("idleMs"), std::string::npos) << lastErrorText();
         EXPECT_TRUE(becomesReadable(pair.ours->getEndFD()));
     }
+}
+
+// A peer that lets a message drip has its time too, and the reader's own does not count.
+TEST(Receiver, GivesUpAMessageThatDrips)
+{
+    LimitsGuard guard;
+    kivLimits()->idleMs = 20000;
+    kivLimits()->recvMs = 50;
+    RawPair pair;
+    Current got;
+    char data[8];
+    const std::string whole = wire(headerOf('h'), 8, "12345678");
+    for (int i = 0; i < 3; ++i) {
+        pair.write(whole.substr(0, 28));
+        ASSERT_EQ(pair.ours->getHeader(got.header) | pair.ours->getSize(&got.size), 0);
+        poll(nullptr, 0, 60);  // the reader takes its time
+        pair.write(whole.substr(28));
+        ASSERT_EQ(pair.ours->getData(data), 0) << lastErrorText();
+    }
+    pair.write(wire(headerOf('d'), 1 << 20, ""));
+    std::vector<char> into(1 << 20);
+    ASSERT_EQ(pair.ours->getHeader(got.header) | pair.ours->getSize(&got.size), 0);
+    std::thread dripping([&] {
+        while (send(pair.raw.get(), "x", 1, MSG_NOSIGNAL) == 1)
+            poll(nullptr, 0, 1);
+    });
+    EXPECT_EQ(pair.ours->getData(into.data()), -1);
+    EXPECT_NE(lastErrorText().find("recvMs"), std::string::npos) << lastErrorText();
+    dripping.join();
+    EXPECT_EQ(pair.ours->getHeader(got.header), -1);
 }
 
 // A stop request ends every wait, and a later reader goes on where the stream stands.
