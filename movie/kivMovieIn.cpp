@@ -111,6 +111,34 @@ int kivMovieIn::setBufferDimensions(int x, int y)
     return kivErrNone;
 }
 
+// Makes the pool's descriptor tell when a whole buffer is free. Loop thread, after the pool was
+// made; `traced` prints the steps. 0, or 7 with the pool destroyed from its second step on.
+int kivMovieIn::watchPool(bool traced)
+{
+    if (zvBufferAllocate(bufferPool, &readBuffer) != ZV_SUCCESS) {
+        kivPrintError("zvbuffer allocate Failed\n");
+        return kivErrPool;
+    }
+    const int size = zvBufferGetSize(readBuffer);
+    zvBufferFree(readBuffer);
+    readBuffer = nullptr;
+
+    if (traced)
+        kivTrace("Set Select size\n");
+    if (zvBufferSetPoolSelectSize(bufferPool, size) != ZV_SUCCESS) {
+        zvBufferDestroyPool(bufferPool);
+        return kivErrPool;
+    }
+    if (traced)
+        kivTrace("Get FD\n");
+    poolFD = zvBufferGetPoolFD(bufferPool);
+    if (poolFD < 0) {
+        zvBufferDestroyPool(bufferPool);
+        return kivErrPool;
+    }
+    return kivErrNone;
+}
+
 // The thread's entries are functions of this file: an application may have a
 // startThread or a stopReadLoop of its own, which the linker would prefer.
 static void exitReader()

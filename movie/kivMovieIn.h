@@ -75,6 +75,8 @@ protected:
     int frameIndexAt(long long movieTime) const;
     void setFrameIndex(int index);
     bool waitTaken();
+    int watchPool(bool traced);
+    void (*onReaderEnd_)(kivMovieIn& movie) = nullptr;  // reader thread, as its last act; set before start
 
 private:
     int openMovie();

@@ -27,7 +27,7 @@ int kivMovieInCompressed::init(kivParams* params)
     if (err == kivErrNone)
         err = makePool();
     if (err == kivErrNone)
-        err = watchPool();
+        err = watchPool(true);
     return err == kivErrNone ? kivObj::init(params) : err;
 }
 
@@ -75,31 +75,6 @@ int kivMovieInCompressed::makePool()
         zvBufferDestroyPool(bufferPool);  // of an earlier init
     if (const int result = zvBufferCreatePool(poolParams, &bufferPool); result != ZV_SUCCESS) {
         kivPrintError("error:%d", result);
-        return kivErrPool;
-    }
-    return kivErrNone;
-}
-
-// Makes the pool's descriptor tell when a whole buffer is free.
-int kivMovieInCompressed::watchPool()
-{
-    if (zvBufferAllocate(bufferPool, &readBuffer) != ZV_SUCCESS) {
-        kivPrintError("zvbuffer allocate Failed\n");
-        return kivErrPool;
-    }
-    const int size = zvBufferGetSize(readBuffer);
-    zvBufferFree(readBuffer);
-    readBuffer = nullptr;
-
-    kivTrace("Set Select size\n");
-    if (zvBufferSetPoolSelectSize(bufferPool, size) != ZV_SUCCESS) {
-        zvBufferDestroyPool(bufferPool);
-        return kivErrPool;
-    }
-    kivTrace("Get FD\n");
-    poolFD = zvBufferGetPoolFD(bufferPool);
-    if (poolFD < 0) {
-        zvBufferDestroyPool(bufferPool);
         return kivErrPool;
     }
     return kivErrNone;

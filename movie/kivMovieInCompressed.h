@@ -19,5 +19,4 @@ private:
     int frameBytes(int* bytes);
     int makePoolParams();
     int makePool();
-    int watchPool();
 };

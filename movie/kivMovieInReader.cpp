@@ -27,6 +27,8 @@ void kivMovieIn::readLoop()
         if (rc != kivErrNone)
             qtnnap(1);  // a frame that fails at once must not make this loop spin
     }
+    if (onReaderEnd_ != nullptr)
+        onReaderEnd_(*this);
     reader_.leave();
 }
 

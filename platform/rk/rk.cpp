@@ -4,6 +4,7 @@
 #include <cmath>
 #include <new>
 
+#include "platform/glx/internal.h"
 #include "platform/rk/ffmpegCalls.h"
 #include "platform/rk/internal.h"
 #include "platform/rk/movie.h"
@@ -171,7 +172,9 @@ int renderMovie(RKmovie handle, long long time, int timeScale)
         return recordError(ZV_ERROR_DATA, "'%s': no image track", movie->file->name());
     if (timeScale <= 0)
         return recordError(ZV_ERROR_ARGUMENT, "'%s': time in units of 1/%d s", movie->file->name(), timeScale);
-    return guarded([&] { return movie->rendering.draw(*movie->frames, frameAt(movie->info, time, timeScale)); });
+    const int drawn
+        = guarded([&] { return movie->rendering.draw(*movie->frames, frameAt(movie->info, time, timeScale)); });
+    return glx::syncCurrentDraw() == 0 ? drawn : -1;  // also what the caller drew before a frame that failed
 }
 
 }  // namespace kiv::rk

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
@@ -122,6 +123,14 @@ double psnr(const std::string& a, const std::string& b)
         squares += difference * difference;
     }
     return squares == 0 ? 99 : 10 * std::log10(255.0 * 255.0 * double(a.size()) / squares);
+}
+
+int difference(const std::string& a, const std::string& b)
+{
+    int most = a.size() == b.size() ? 0 : 256;
+    for (size_t i = 0; i < a.size() && i < b.size(); ++i)
+        most = std::max(most, abs(int((unsigned char)a[i]) - int((unsigned char)b[i])));
+    return most;
 }
 
 std::string readFile(const std::string& path)

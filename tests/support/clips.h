@@ -26,6 +26,9 @@ std::vector<std::string> decodedRgba(const std::string& movie, int width, int he
 
 double psnr(const std::string& a, const std::string& b);  // dB, of equal planes; 99 when they are the same
 
+// The largest difference between two bytes of the same place; 256 when the sizes differ.
+int difference(const std::string& a, const std::string& b);
+
 // Runs a shell command: "" when it succeeds, else the command and what it printed.
 std::string runCommand(const std::string& command);
 

@@ -1,9 +1,6 @@
 // glScreen.cpp - see glScreen.h.
 #include "tests/platform/rk/glScreen.h"
 
-#include <algorithm>
-#include <cstdlib>
-
 GLScreen::GLScreen(int width, int height) : display_(XOpenDisplay(nullptr))
 {
     const int wanted[] = {GLX_RENDER_TYPE,
@@ -50,12 +47,4 @@ std::string GLScreen::pixels(int x, int y, int width, int height) const
     std::string bytes(4 * size_t(width) * size_t(height), '\0');
     glReadPixels(x, y, width, height, GL_RGBA, GL_UNSIGNED_BYTE, bytes.data());
     return bytes;
-}
-
-int difference(const std::string& a, const std::string& b)
-{
-    int most = a.size() == b.size() ? 0 : 256;
-    for (size_t i = 0; i < std::min(a.size(), b.size()); ++i)
-        most = std::max(most, abs(int((unsigned char)a[i]) - int((unsigned char)b[i])));
-    return most;
 }

@@ -26,6 +26,3 @@ private:
     GLXPbuffer pbuffer_;
     GLXContext context_;
 };
-
-// The largest difference between two pictures; 256 when their sizes differ.
-int difference(const std::string& a, const std::string& b);
