@@ -35,20 +35,20 @@ Entry* find(GLXContext context, XID id)
     return nullptr;
 }
 
-int askDepth(Display* dpy, GLXContext context)
+GLXFBConfig askConfig(Display* dpy, GLXContext context)
 {
     int id = 0;
     int screen = 0;
     if (glXQueryContext(dpy, context, GLX_FBCONFIG_ID, &id) != 0
         || glXQueryContext(dpy, context, GLX_SCREEN, &screen) != 0)
-        return -1;
+        return nullptr;
     const int attributes[] = {GLX_FBCONFIG_ID, id, None};
     int n = 0;
     GLXFBConfig* found = glXChooseFBConfig(dpy, screen, attributes, &n);
-    const int depth = n > 0 ? configValue(dpy, found[0], GLX_DEPTH_SIZE) : -1;
+    const GLXFBConfig config = n > 0 ? found[0] : nullptr;
     if (found != nullptr)
         XFree(found);
-    return depth;
+    return config;
 }
 
 template <class Dead> void removeIf(Dead dead)
@@ -105,15 +105,21 @@ void forgetContextsOn(Display* dpy)
     removeIf([dpy](const Entry& entry) { return entry.facts.dpy == dpy; });
 }
 
-int contextDepth(Display* dpy, GLXContext context)
+GLXFBConfig contextConfig(Display* dpy, GLXContext context)
 {
     ContextFacts facts = contextFacts(context, dpy);
-    if (facts.depth >= 0)
-        return facts.depth;
-    facts.depth = askDepth(dpy, context);
-    if (facts.depth >= 0)
+    if (facts.config != nullptr)
+        return facts.config;
+    facts.config = askConfig(dpy, context);
+    if (facts.config != nullptr)
         noteContext(context, facts);
-    return facts.depth;
+    return facts.config;
+}
+
+int contextDepth(Display* dpy, GLXContext context)
+{
+    const GLXFBConfig config = contextConfig(dpy, context);
+    return config != nullptr ? configValue(dpy, config, GLX_DEPTH_SIZE) : -1;
 }
 
 void noteCurrentContext()

@@ -7,7 +7,7 @@ namespace kiv::glx {
 
 struct ContextFacts {
     Display* dpy;  // the connection where it lives
-    int depth = -1;  // bits of its depth buffer; -1 = not asked yet
+    GLXFBConfig config = nullptr;  // null = not asked yet
     bool interlaced = false;  // pixel drawing touches every other row
     bool fullRange = false;  // levels of 4:2:2 pictures
     unsigned program = 0;  // that draws interlaced; 0 = none yet
@@ -21,6 +21,8 @@ ContextFacts contextFacts(GLXContext context, Display* otherwise);
 // Keeps them, for a context on the connection that they name.
 void noteContext(GLXContext context, const ContextFacts& facts);
 void forgetContext(GLXContext context);
+// Null when GLX does not tell.
+GLXFBConfig contextConfig(Display* dpy, GLXContext context);
 // Bits of its depth buffer; -1 when GLX does not tell.
 int contextDepth(Display* dpy, GLXContext context);
 // Remembers the connection of what is current on this thread.

@@ -9,6 +9,7 @@
 #include <new>
 
 #include "platform/glx/cbYCrY.h"
+#include "platform/glx/config.h"
 #include "platform/glx/contexts.h"
 #include "platform/glx/glxqtn.h"
 #include "platform/glx/internal.h"
@@ -71,7 +72,45 @@ uint8_t* scratch(size_t bytes)
     return room.get();
 }
 
-int draw(GLXContext context, const ContextFacts& facts, Image image)
+// Below, GL's own way costs less than changing contexts.
+constexpr int leastPixels = 96 * 96;
+constexpr int mostPixels = 16384;  // across, of a texture
+
+// Who copies for the current context; null when its drawables are of another kind.
+Porter* porterHere(GLXContext context)
+{
+    Display* dpy = glXGetCurrentDisplay();
+    const GLXFBConfig config = contextConfig(dpy, context);
+    if (config == nullptr || configValue(dpy, config, GLX_SAMPLE_BUFFERS) != 0
+        || configValue(dpy, config, GLX_DOUBLEBUFFER) != 1 || configValue(dpy, config, GLX_RED_SIZE) != 8)
+        return nullptr;
+    return porterFor(dpy, config);
+}
+
+// The fast way, for what only needs copying. False when it is not that.
+bool copyPlainly(GLXContext context, const ContextFacts& facts, const Image& image, int* result)
+{
+    Place place;
+    if (image.width * image.height < leastPixels || !ImageRows::knows(image.format) || !drawsPlainly()
+        || !plainPlace(image.height, facts.interlaced, &place))
+        return false;
+    if (image.width > mostPixels / place.zoomX || image.height > mostPixels / place.zoomY / 2)
+        return false;
+    Porter* porter = porterHere(context);
+    if (porter == nullptr)
+        return false;
+    const ImageRows rows = {static_cast<const uint8_t*>(image.data),
+                            ptrdiff_t(image.width) * bytesPerPixel(image.format),
+                            image.width,
+                            image.height,
+                            image.format,
+                            facts.fullRange};
+    *result = porter->draw(glXGetCurrentDrawable(), rows, place);
+    return true;
+}
+
+// GL's own way, which heeds all that the application has set.
+int drawByGL(GLXContext context, const ContextFacts& facts, Image image)
 {
     if (image.format == GL_CBYCRY_422_QTN) {
         uint8_t* converted = scratch(size_t(image.width) * size_t(image.height) * 4);
@@ -86,6 +125,12 @@ int draw(GLXContext context, const ContextFacts& facts, Image image)
         return drawInterlaced(context, image);
     glDrawPixels(image.width, image.height, image.format, GL_UNSIGNED_BYTE, image.data);
     return 0;
+}
+
+int draw(GLXContext context, const ContextFacts& facts, const Image& image)
+{
+    int result = 0;
+    return copyPlainly(context, facts, image, &result) ? result : drawByGL(context, facts, image);
 }
 
 // Changes a fact of the current context.

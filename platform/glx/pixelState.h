@@ -4,6 +4,8 @@
 #include <GL/gl.h>
 #include <GL/glx.h>
 
+#include "platform/glx/porter.h"
+
 namespace kiv::glx {
 
 // Rows without gaps, from memory: GL's own way to read pictures is put aside.
@@ -25,6 +27,12 @@ struct Image {
     GLenum format;  // one of core GL
     const void* data;
 };
+
+// Drawing a picture here would copy it: nothing that the application has set changes a
+// pixel on its way, and the zoom is in whole pixels.
+bool drawsPlainly();
+// Where a picture of so many rows would go; false when that is between pixels.
+bool plainPlace(int height, bool everyOther, Place* place);
 
 // As glDrawPixels, but with the k-th zoomed row in the k-th other row. 0 or -1.
 int drawInterlaced(GLXContext context, const Image& image);

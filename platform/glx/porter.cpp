@@ -45,50 +45,94 @@ Porter::~Porter()
         glXDestroyContext(dpy_, context_);
 }
 
-bool Porter::prepareTexture(int width, int height)
+// The context current on the drawable, with a texture and a band of that size.
+bool Porter::begin(GLXDrawable drawable, int width, int height)
 {
+    if (!glXMakeContextCurrent(dpy_, drawable, drawable, context_)) {
+        recordError(ZV_ERROR_SYSTEM, "a drawable cannot be made current");
+        return false;
+    }
     if (texture_ == 0) {
         glGenTextures(1, &texture_);
         glGenFramebuffers(1, &framebuffer_);
         glBindTexture(GL_TEXTURE_2D, texture_);
-        glBindFramebuffer(GL_READ_FRAMEBUFFER, framebuffer_);
     }
     if (width > width_ || height > height_) {
         width_ = std::max(width, width_);
         height_ = std::max(height, height_);
         glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, width_, height_, 0, GL_BGRA, GL_UNSIGNED_BYTE, nullptr);
-        glFramebufferTexture2D(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, texture_, 0);
+        band_.reset(new (std::nothrow) uint8_t[size_t(width_) * 4 * (bandRows + 1)]);
     }
-    if (width > bandWidth_) {
-        band_.reset(new (std::nothrow) uint8_t[size_t(width) * 4 * bandRows]);
-        bandWidth_ = band_ != nullptr ? width : 0;
-    }
-    return bandWidth_ >= width && glCheckFramebufferStatus(GL_READ_FRAMEBUFFER) == GL_FRAMEBUFFER_COMPLETE;
+    if (band_ != nullptr && glGetError() == GL_NO_ERROR)
+        return true;
+    width_ = height_ = 0;
+    recordError(ZV_ERROR_MEMORY, "no texture of %d x %d", width, height);
+    return false;
 }
 
-bool Porter::blit(const Picture& from)
+// The rows of the place as they are, into the texture.
+void Porter::fetch(const ImageRows& image, const Place& place)
 {
-    const int w = from.width;
-    const int h = from.height;
-    for (int y = 0; y < h; y += bandRows) {
-        const int rows = std::min(bandRows, h - y);
-        libyuv::ABGRToARGB(from.bytes + size_t(y) * from.stride, from.stride, band_.get(), w * 4, w, -rows);
-        glTexSubImage2D(GL_TEXTURE_2D, 0, 0, h - y - rows, w, rows, GL_BGRA, GL_UNSIGNED_BYTE, band_.get());
+    const int w = image.width * place.zoomX;
+    const int h = image.height * place.zoomY * 2;
+    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, framebuffer_);
+    glFramebufferTexture2D(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, texture_, 0);
+    glBlitFramebuffer(place.x, place.top - h, place.x + w, place.top, 0, h, w, 0, GL_COLOR_BUFFER_BIT, GL_NEAREST);
+    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, 0);
+}
+
+// The image into the texture, the topmost row first.
+void Porter::fillRows(const ImageRows& image, const Place& place)
+{
+    const int w = image.width * place.zoomX;
+    const int n = image.height * place.zoomY;
+    const int atOnce = place.everyOther ? 1 : bandRows;
+    uint8_t* const spare = band_.get() + size_t(w) * 4 * bandRows;  // a row before it is widened
+    for (int first = 0; first < n; first += atOnce) {
+        const int rows = std::min(atOnce, n - first);
+        uint8_t* out = band_.get();
+        for (int i = first; i < first + rows; ++i, out += size_t(w) * 4) {
+            const int row = (place.down ? i : n - 1 - i) / place.zoomY;
+            image.read(row, place.zoomX == 1 ? out : spare);
+            if (place.zoomX != 1)
+                widen(spare, out, image.width, place.zoomX);
+        }
+        const int at = place.everyOther ? 2 * first : first;
+        glTexSubImage2D(GL_TEXTURE_2D, 0, 0, at, w, rows, GL_BGRA, GL_UNSIGNED_BYTE, band_.get());
     }
-    glBlitFramebuffer(0, 0, w, h, 0, h, w, 0, GL_COLOR_BUFFER_BIT, GL_NEAREST);
+}
+
+int Porter::finish()
+{
     glFinish();
-    return glGetError() == GL_NO_ERROR;
+    return glGetError() == GL_NO_ERROR ? 0 : recordError(ZV_ERROR_SYSTEM, "GL refuses a picture");
+}
+
+int Porter::draw(GLXDrawable drawable, const ImageRows& image, const Place& place)
+{
+    std::lock_guard guard(lock_);
+    const KeepCurrent keep(drawable);
+    const int w = image.width * place.zoomX;
+    const int rows = image.height * place.zoomY;
+    // The row after the last is one of those that are not drawn: it stays, with fetch.
+    const int h = place.everyOther ? 2 * rows : rows;
+    // Upwards the topmost row is drawn, and what is below the lowest is not.
+    if (!begin(drawable, w, h))
+        return -1;
+    if (place.everyOther)
+        fetch(image, place);
+    fillRows(image, place);
+    glBindFramebuffer(GL_READ_FRAMEBUFFER, framebuffer_);
+    glFramebufferTexture2D(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, texture_, 0);
+    glBlitFramebuffer(0, 0, w, h, place.x, place.top, place.x + w, place.top - h, GL_COLOR_BUFFER_BIT, GL_NEAREST);
+    glBindFramebuffer(GL_READ_FRAMEBUFFER, 0);
+    return finish();
 }
 
 int Porter::upload(GLXDrawable drawable, const Picture& from)
 {
-    std::lock_guard guard(lock_);
-    const KeepCurrent keep(drawable);
-    if (!glXMakeContextCurrent(dpy_, drawable, drawable, context_))
-        return recordError(ZV_ERROR_SYSTEM, "a pbuffer cannot be made current");
-    if (!prepareTexture(from.width, from.height))
-        return recordError(ZV_ERROR_MEMORY, "no texture of %d x %d", from.width, from.height);
-    return blit(from) ? 0 : recordError(ZV_ERROR_SYSTEM, "a picture did not reach its pbuffer");
+    const ImageRows image = {from.bytes, from.stride, from.width, from.height, GL_RGBA, false};
+    return draw(drawable, image, {0, from.height, 1, 1, false, false});
 }
 
 int Porter::download(GLXDrawable drawable, const Picture& to)
@@ -97,7 +141,6 @@ int Porter::download(GLXDrawable drawable, const Picture& to)
     const KeepCurrent keep(drawable);
     if (!glXMakeContextCurrent(dpy_, drawable, drawable, context_))
         return recordError(ZV_ERROR_SYSTEM, "a pbuffer cannot be made current");
-    glBindFramebuffer(GL_READ_FRAMEBUFFER, 0);
     glPixelStorei(GL_PACK_ROW_LENGTH, to.stride / 4);
     for (int y = 0; y < to.height; y += bandRows) {
         const int rows = std::min(bandRows, to.height - y);
@@ -105,8 +148,7 @@ int Porter::download(GLXDrawable drawable, const Picture& to)
         glReadPixels(0, y, to.width, rows, GL_BGRA, GL_UNSIGNED_BYTE, bytes);
         libyuv::ARGBToABGR(bytes, to.stride, bytes, to.stride, to.width, rows);
     }
-    glBindFramebuffer(GL_READ_FRAMEBUFFER, framebuffer_);
-    return glGetError() == GL_NO_ERROR ? 0 : recordError(ZV_ERROR_SYSTEM, "a pbuffer cannot be read");
+    return finish();
 }
 
 Porter* porterFor(Display* dpy, GLXFBConfig config)

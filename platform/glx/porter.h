@@ -9,6 +9,7 @@
 #include <mutex>
 
 #include "platform/glx/connection.h"
+#include "platform/glx/imageRows.h"
 
 namespace kiv::glx {
 
@@ -17,6 +18,14 @@ struct Picture {
     uint8_t* bytes;
     int width, height;
     int stride;  // bytes
+};
+
+// Where a picture goes that needs no more than copying.
+struct Place {
+    int x, top;  // left column, and the row above the topmost one, of the drawable
+    int zoomX, zoomY;  // 1 or more
+    bool down;  // the first row is the topmost
+    bool everyOther;  // one row is drawn, the next is not
 };
 
 // What is current on the calling thread, put back at the end. What the application
@@ -48,13 +57,17 @@ public:
     // Into the lower left corner of the drawable, and from there. 0 or -1.
     int upload(GLXDrawable drawable, const Picture& from);
     int download(GLXDrawable drawable, const Picture& to);
+    // Pixel for pixel into a drawable that is current on this thread in another context.
+    int draw(GLXDrawable drawable, const ImageRows& image, const Place& place);
 
     int configId() const { return configId_; }
     Porter* next = nullptr;
 
 private:
-    bool prepareTexture(int width, int height);
-    bool blit(const Picture& from);
+    bool begin(GLXDrawable drawable, int width, int height);
+    void fetch(const ImageRows& image, const Place& place);
+    void fillRows(const ImageRows& image, const Place& place);
+    int finish();
 
     Display* const dpy_;
     const GLXContext context_;
@@ -62,8 +75,7 @@ private:
     std::mutex lock_;  // guards the context and what follows
     GLuint texture_ = 0, framebuffer_ = 0;
     int width_ = 0, height_ = 0;  // of the texture
-    std::unique_ptr<uint8_t[]> band_;  // rows on their way
-    int bandWidth_ = 0;
+    std::unique_ptr<uint8_t[]> band_;  // rows on their way, of that width
 };
 
 // Made on first use; null, with an error recorded, when it cannot be had.

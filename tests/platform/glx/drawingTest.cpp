@@ -44,7 +44,7 @@ Bytes gradient422(int width, int height)
 
 class Drawing : public testing::Test {
 protected:
-    static constexpr int width = 96, height = 80;  // of the pbuffer
+    static constexpr int width = 336, height = 290;  // of the pbuffer
 
     void SetUp() override
     {
@@ -91,7 +91,7 @@ TEST_F(Drawing, FourTwoTwoHasTheColoursOfTheClosedForm)
 {
     for (const bool full : {false, true}) {
         glPixelRangeQTN(full);
-        for (const int w : {96, 95, 2, 1}) {
+        for (const int w : {336, 335, 60, 2, 1}) {
             const Bytes image = gradient422(w, height);
             clearTo(0, 0, 0, 0);
             draw(w, height, GL_CBYCRY_422_QTN, image);
@@ -102,79 +102,119 @@ TEST_F(Drawing, FourTwoTwoHasTheColoursOfTheClosedForm)
 
 TEST_F(Drawing, FormatsOfCoreGLComeAsTheyAre)
 {
-    const Bytes image = numbered(33, 21);
-    draw(33, 21, GL_RGBA, image);
-    EXPECT_EQ(readBack(33, 21), image);
-
-    Bytes rgb, abgr, opaque = image;
-    for (size_t i = 0; i < image.size(); i += 4) {
-        rgb.insert(rgb.end(), {image[i], image[i + 1], image[i + 2]});
-        abgr.insert(abgr.end(), {image[i + 3], image[i + 2], image[i + 1], image[i]});
-        opaque[i + 3] = 255;
+    const auto expectDrawn = [](int w, int h, GLenum format, const Bytes& image, const Bytes& expected) {
+        clearTo(0, 0, 0, 0);
+        draw(w, h, format, image);
+        EXPECT_EQ(readBack(w, h), expected) << w << " x " << h << std::hex << " format " << format;
+    };
+    for (const auto& [w, h] : {std::pair(33, 21), std::pair(333, 221)}) {
+        const Bytes image = numbered(w, h);
+        Bytes rgb, bgr, bgra, abgr, grey, opaque, greys;
+        for (size_t i = 0; i < image.size(); i += 4) {
+            const uint8_t r = image[i], g = image[i + 1], b = image[i + 2], a = image[i + 3];
+            rgb.insert(rgb.end(), {r, g, b});  // rows without gaps
+            bgr.insert(bgr.end(), {b, g, r});
+            bgra.insert(bgra.end(), {b, g, r, a});
+            abgr.insert(abgr.end(), {a, b, g, r});
+            grey.push_back(g);
+            opaque.insert(opaque.end(), {r, g, b, 255});
+            greys.insert(greys.end(), {g, g, g, 255});
+        }
+        expectDrawn(w, h, GL_RGBA, image, image);
+        expectDrawn(w, h, GL_BGRA, bgra, image);
+        expectDrawn(w, h, GL_ABGR_EXT, abgr, image);
+        expectDrawn(w, h, GL_RGB, rgb, opaque);
+        expectDrawn(w, h, GL_BGR, bgr, opaque);
+        expectDrawn(w, h, GL_LUMINANCE, grey, greys);
     }
-    draw(33, 21, GL_RGB, rgb);  // rows of 99 bytes, without gaps
-    EXPECT_EQ(readBack(33, 21), opaque);
-    draw(33, 21, GL_ABGR_EXT, abgr);
-    EXPECT_EQ(readBack(33, 21), image);
-    draw(3, 1, GL_LUMINANCE, {7, 8, 9});
-    EXPECT_EQ(readBack(3, 1), (Bytes{7, 7, 7, 255, 8, 8, 8, 255, 9, 9, 9, 255}));
 }
+
+// Small pictures and large ones: they take two roads.
+constexpr std::pair<int, int> sizes[] = {{20, 10}, {105, 93}};
 
 TEST_F(Drawing, TopRowComesFirstWithANegativeZoom)
 {
-    const Bytes image = numbered(20, 10);
-    for (const int zoom : {1, 2, 3}) {
-        glRasterPos2i(0, height);
-        glPixelZoom(float(zoom), float(-zoom));
-        draw(20, 10, GL_RGBA, image);
-        const Bytes picture = readBack(width, height);
-        for (int y = 0; y < 10 * zoom; ++y)
-            for (int x = 0; x < 20 * zoom; ++x)
-                ASSERT_EQ(at(picture, x, height - 1 - y).red, image[(size_t(y / zoom) * 20 + x / zoom) * 4])
-                    << x << ", " << y << " zoom " << zoom;
+    for (const auto& [w, h] : sizes) {
+        const Bytes image = numbered(w, h);
+        for (const int zoom : {1, 2, 3}) {
+            glRasterPos2i(0, height);
+            glPixelZoom(float(zoom), float(-zoom));
+            draw(w, h, GL_RGBA, image);
+            const Bytes picture = readBack(width, height);
+            for (int y = 0; y < h * zoom; ++y)
+                for (int x = 0; x < w * zoom; ++x)
+                    ASSERT_EQ(at(picture, x, height - 1 - y).red, image[(size_t(y / zoom) * w + x / zoom) * 4])
+                        << x << ", " << y << " of " << w << " zoom " << zoom;
+        }
     }
 }
 
-// The two fields of a frame, one after the other, as a display draws them.
+// Both fields of a frame as a display draws them, from the top: row by row, what comes
+// from which field.
+void expectField(const Bytes& picture, int w, int h, int windowHeight, const Bytes& field, int parity, int left)
+{
+    const int windowWidth = int(picture.size() / 4) / windowHeight;
+    for (int y = parity; y < windowHeight; y += 2) {
+        for (int x = 0; x < windowWidth; ++x) {
+            const bool inside = y / 2 < h && x >= left && x - left < w;
+            const int expected = inside ? field[(size_t(y / 2) * w + x - left) * 4 + 1] : 0;
+            const int green = picture[(size_t(windowHeight - 1 - y) * windowWidth + x) * 4 + 1];
+            ASSERT_EQ(green, expected) << x << ", " << y << " of a field of " << w << " x " << h;
+        }
+    }
+}
+
+Bytes zoomed(const Bytes& image, int w, int h, int zoom)
+{
+    Bytes larger;
+    for (int y = 0; y < h * zoom; ++y)
+        for (int x = 0; x < w * zoom; ++x) {
+            const uint8_t* pixel = &image[(size_t(y / zoom) * w + x / zoom) * 4];
+            larger.insert(larger.end(), pixel, pixel + 4);
+        }
+    return larger;
+}
+
 TEST_F(Drawing, InterlacedFieldsFillEveryOtherRowAndNoOther)
 {
     glEnableQTN(GL_INTERLACE_QTN);
-    for (const int zoom : {1, 2, 3}) {
-        clearTo(0, 0, 0, 0);
-        const Bytes top = numbered(20, 10, 5);
-        const Bytes bottom = numbered(20, 10, 99);
-        glPixelZoom(float(zoom), float(-zoom));
-        glRasterPos2i(3, height);
-        draw(20, 10, GL_RGBA, top);
-        const Bytes one = readBack(width, height);
-        glBitmap(0, 0, 0, 0, 0, -1, nullptr);
-        draw(20, 10, GL_RGBA, bottom);
-        const Bytes both = readBack(width, height);
-        for (int y = 0; y < height; ++y) {
-            for (int x = 0; x < width; ++x) {
-                const int row = y / 2 / zoom;
-                const int column = (x - 3) / zoom;
-                const bool inside = row < 10 && x >= 3 && column < 20;
-                const auto expected
-                    = [&](const Bytes& field) { return inside ? field[(size_t(row) * 20 + column) * 4 + 1] : 0; };
-                const int green = at(both, x, height - 1 - y).green;
-                ASSERT_EQ(green, expected(y & 1 ? bottom : top)) << x << ", " << y << " zoom " << zoom;
-                ASSERT_EQ(at(one, x, height - 1 - y).green, y & 1 ? 0 : expected(top)) << x << ", " << y;
-            }
+    for (const auto& [w, h] : sizes) {
+        const Bytes top = numbered(w, h, 5);
+        const Bytes bottom = numbered(w, h, 99);
+        for (const int zoom : {1, 2, 3}) {
+            if (2 * h * zoom > height)
+                continue;
+            clearTo(0, 0, 0, 0);
+            glPixelZoom(float(zoom), float(-zoom));
+            glRasterPos2i(3, height);
+            draw(w, h, GL_RGBA, top);
+            const Bytes empty(top.size() * zoom * zoom);
+            expectField(readBack(width, height), w * zoom, h * zoom, height, zoomed(top, w, h, zoom), 0, 3);
+            expectField(readBack(width, height), w * zoom, h * zoom, height, empty, 1, 3);
+            glBitmap(0, 0, 0, 0, 0, -1, nullptr);
+            draw(w, h, GL_RGBA, bottom);
+            expectField(readBack(width, height), w * zoom, h * zoom, height, zoomed(top, w, h, zoom), 0, 3);
+            expectField(readBack(width, height), w * zoom, h * zoom, height, zoomed(bottom, w, h, zoom), 1, 3);
         }
     }
-    glDisableQTN(GL_INTERLACE_QTN);
-    draw(2, 1, GL_LUMINANCE, {1, 2});
 }
 
 TEST_F(Drawing, InterlacedUpwardsStartsAtTheRasterPosition)
 {
     glEnableQTN(GL_INTERLACE_QTN);
-    glRasterPos2i(0, 10);
-    draw(1, 3, GL_LUMINANCE, {50, 60, 70});
-    const Bytes picture = readBack(width, height);
-    for (int y = 0; y < height; ++y)
-        EXPECT_EQ(at(picture, 0, y).red, y == 10 ? 50 : y == 12 ? 60 : y == 14 ? 70 : 0) << y;
+    for (const int w : {1, 336}) {
+        Bytes image;
+        for (int y = 0; y < 100; ++y)
+            image.insert(image.end(), size_t(w), uint8_t(50 + y));
+        clearTo(0, 0, 0, 0);
+        glRasterPos2i(0, 10);
+        draw(w, 100, GL_LUMINANCE, image);
+        const Bytes picture = readBack(width, height);
+        for (int y = 0; y < height; ++y)
+            EXPECT_EQ(at(picture, 0, y).red, y < 10 || y > 208 || y & 1 ? 0 : 50 + (y - 10) / 2) << y;
+    }
+    glDisableQTN(GL_INTERLACE_QTN);
+    draw(1, 1, GL_LUMINANCE, {1});
 }
 
 // Whatever state the application has: it counts where it counts for glDrawPixels, and
@@ -195,12 +235,18 @@ TEST_F(Drawing, LeavesTheApplicationsStateAsItWas)
     glCullFace(GL_FRONT_AND_BACK);
     glEnable(GL_CLIP_PLANE0);
     glEnable(GL_SCISSOR_TEST);
-    glScissor(0, 0, 4, 80);
+    glScissor(0, 0, 4, height);
     for (const bool interlaced : {false, true}) {
         (interlaced ? glEnableQTN : glDisableQTN)(GL_INTERLACE_QTN);
+        glDisable(GL_SCISSOR_TEST);
         clearTo(0, 0, 0, 0);
+        glEnable(GL_SCISSOR_TEST);
         draw(8, 1, GL_LUMINANCE, {1, 2, 3, 4, 5, 6, 7, 8});
         const Bytes picture = readBack(8, 1);
+        glDisable(GL_SCISSOR_TEST);
+        draw(width, 100, GL_LUMINANCE, Bytes(size_t(width) * 100, 9));
+        EXPECT_EQ(readBack(1, 1)[0], 9);
+        glEnable(GL_SCISSOR_TEST);
         EXPECT_EQ(picture[3 * 4], 4);
         EXPECT_EQ(picture[4 * 4], 0) << "outside the scissors";
         const std::pair<GLenum, GLint> values[] = {{GL_ACTIVE_TEXTURE, GL_TEXTURE1},
@@ -228,22 +274,47 @@ TEST_F(Drawing, LeavesTheApplicationsStateAsItWas)
     EXPECT_EQ(bound, GLint(names[0]));
 }
 
-// What counts for single pixels counts for pictures too.
-TEST_F(Drawing, BlendsMasksAndTextures)
+// What counts for single pixels counts for large pictures too, and where they end.
+TEST_F(Drawing, BlendsMasksShiftsAndClips)
 {
+    const auto drawAll = [](uint8_t red, uint8_t green, uint8_t blue, uint8_t alpha) {
+        draw(width, height, GL_RGBA, solid(width, height, red, green, blue, alpha));
+    };
+    const auto expectAll = [](uint8_t red, uint8_t green, uint8_t blue, uint8_t alpha) {
+        EXPECT_EQ(readBack(width, height), solid(width, height, red, green, blue, alpha));
+    };
     glEnable(GL_BLEND);
     glBlendFunc(GL_ONE, GL_ONE);
-    draw(1, 1, GL_RGBA, {10, 20, 30, 40});
-    draw(1, 1, GL_RGBA, {1, 2, 3, 4});
-    EXPECT_EQ(readBack(1, 1), (Bytes{11, 22, 33, 44}));
+    drawAll(10, 20, 30, 40);
+    drawAll(1, 2, 3, 4);
+    expectAll(11, 22, 33, 44);
     glDisable(GL_BLEND);
     glColorMask(GL_TRUE, GL_FALSE, GL_TRUE, GL_TRUE);
-    draw(1, 1, GL_RGBA, {5, 5, 5, 5});
-    EXPECT_EQ(readBack(1, 1), (Bytes{5, 22, 5, 5}));
+    drawAll(5, 5, 5, 5);
+    expectAll(5, 22, 5, 5);
     glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
     glPixelTransferf(GL_RED_BIAS, 1);
-    draw(1, 1, GL_RGBA, {5, 6, 7, 8});
-    EXPECT_EQ(readBack(1, 1), (Bytes{255, 6, 7, 8}));
+    drawAll(5, 6, 7, 8);
+    expectAll(255, 6, 7, 8);
+    glPixelTransferf(GL_RED_BIAS, 0);
+    glEnable(GL_DEPTH_TEST);
+    glDepthFunc(GL_NEVER);
+    drawAll(1, 1, 1, 1);
+    expectAll(255, 6, 7, 8);
+    glDisable(GL_DEPTH_TEST);
+
+    // Beyond the edges, and after something of the application's that is not finished.
+    const Bytes image = numbered(width, height);
+    clearTo(1, 1, 1, 1);
+    glRasterPos2i(0, 0);
+    glBitmap(0, 0, 0, 0, -40, 30, nullptr);
+    draw(width, height, GL_RGBA, image);
+    const Bytes picture = readBack(width, height);
+    EXPECT_EQ(at(picture, 0, 29).green, 255);
+    EXPECT_EQ(at(picture, 0, 30).red, image[40 * 4]);
+    EXPECT_EQ(at(picture, 7, height - 1).green, image[(size_t(height - 31) * width + 47) * 4 + 1]);
+    EXPECT_EQ(at(picture, width - 41, 200).green, image[(size_t(170) * width + width - 1) * 4 + 1]);
+    EXPECT_EQ(at(picture, width - 40, 200).green, 255);
 }
 
 TEST_F(Drawing, RefusesWhatItCannotDraw)
