@@ -205,15 +205,22 @@ XtAppContext scratchWindow::getAppContext() { return windowValid ? appCtx : null
 
 Widget scratchWindow::getDrawingArea() { return windowValid ? glArea : nullptr; }
 
+void scratchWindow::setTitle(const char* title)
+{
+    if (windowValid)
+        XtVaSetValues(topLevel, XtNtitle, title, nullptr);
+}
+
 int scratchWindow::getEventFD() { return windowValid ? ConnectionNumber(XtDisplay(glArea)) : -1; }
 
 bool scratchWindow::handleEvents()
 {
     if (!windowValid)
         return false;
-    while (!XtAppGetExitFlag(appCtx) && XtAppPending(appCtx) != 0)
-        XtAppProcessEvent(appCtx, XtIMAll);
-    return !XtAppGetExitFlag(appCtx);
+    constexpr XtInputMask mine = XtIMXEvent | XtIMTimer;
+    while (!XtAppGetExitFlag(appCtx) && (XtAppPending(appCtx) & mine) != 0)
+        XtAppProcessEvent(appCtx, mine);
+    return !XtAppGetExitFlag(appCtx) && hasServer();
 }
 
 void scratchWindow::endLoop()

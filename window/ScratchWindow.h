@@ -46,10 +46,12 @@ public:
     int isValid();
     XtAppContext getAppContext();  // for an application's own timers; null when not valid
     Widget getDrawingArea();  // null when not valid
+    void setTitle(const char* title);  // for the window's frame
 
     // For a loop of the application's own, in place of eventLoop.
     int getEventFD();  // readable when events have come; -1 when not valid
-    // Handles what has come, without waiting. Events may also have come while something
+    // Handles the window's events and timers that have come, without waiting; inputs are
+    // the business of such a loop. Events may also have come while something
     // was drawn or asked: such a loop calls this after each of its passes. False once the
     // window is closed or its server is gone.
     bool handleEvents();

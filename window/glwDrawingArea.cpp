@@ -9,6 +9,8 @@
 #include <cstddef>
 #include <initializer_list>
 
+#include "platform/glx/glxqtn.h"
+
 namespace {
 
 struct DrawingAreaPart {
@@ -228,6 +230,6 @@ WidgetClass glwMDrawingAreaWidgetClass = reinterpret_cast<WidgetClass>(&classRec
 
 void GLwDrawingAreaMakeCurrent(Widget widget, GLXContext context)
 {
-    glXMakeCurrent(XtDisplay(widget), XtWindow(widget), context);
+    glXMakeCurrentQTN(XtDisplay(widget), XtWindow(widget), context);
 }
 }

@@ -2,8 +2,11 @@
 // stands in the file of its part, and has its line at the end.
 #include "apps/kiv/checkPart.h"
 #include "apps/kiv/filterParts.h"
+#include "apps/kiv/glDisplayPart.h"
+#include "apps/kiv/glTransPart.h"
 #include "apps/kiv/grammar.h"
 #include "apps/kiv/sinkParts.h"
+#include "apps/kiv/snapshotPart.h"
 #include "apps/kiv/sourceParts.h"
 #include "apps/kiv/videoParts.h"
 
@@ -226,8 +229,8 @@ constexpr NodeKind nullKind = {
 };
 
 constexpr const NodeKind* kinds[] = {
-    &movieKind, &recvKind, &videoKind,    &jpegdecKind, &jpegencKind, &convertKind,
-    &fileKind,  &sendKind, &videooutKind, &checkKind,   &nullKind,
+    &movieKind, &recvKind,     &videoKind, &jpegdecKind, &jpegencKind, &convertKind,    &fileKind,
+    &sendKind,  &videooutKind, &checkKind, &nullKind,    &displayKind, &pixeltransKind, &snapshotKind,
 };
 
 }  // namespace

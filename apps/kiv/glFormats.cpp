@@ -1,0 +1,49 @@
+// glFormats.cpp - see glFormats.h.
+#include "apps/kiv/glFormats.h"
+
+#include <array>
+#include <utility>
+
+#include "apps/kiv/text.h"
+
+namespace {
+
+constexpr std::array<std::pair<int, GLenum>, 6> formats = {{
+    {ZV_IMAGE_PACKING_CbYCrY, GL_CBYCRY_422_QTN},
+    {ZV_IMAGE_PACKING_RGBA, GL_RGBA},
+    {ZV_IMAGE_PACKING_RGB, GL_RGB},
+    {ZV_IMAGE_PACKING_BGR, GL_BGR},
+    {ZV_IMAGE_PACKING_ABGR, GL_ABGR_EXT},
+    {ZV_IMAGE_PACKING_LUMINANCE, GL_LUMINANCE},
+}};
+
+constexpr auto packings = [] {
+    std::array<int, formats.size()> all = {};
+    for (size_t i = 0; i < all.size(); ++i)
+        all[i] = formats[i].first;
+    return all;
+}();
+
+}  // namespace
+
+FormatSet drawablePictures() { return {false, packings}; }
+
+GLenum glFormatOf(int packing)
+{
+    for (const auto& [known, format] : formats)
+        if (known == packing)
+            return format;
+    return GL_NONE;
+}
+
+GLConnection::~GLConnection()
+{
+    if (display_ != nullptr)
+        XCloseDisplay(display_);
+}
+
+std::string GLConnection::open()
+{
+    display_ = glXOpenDisplayQTN(nullptr);
+    return display_ != nullptr ? "" : text("there is no display '%s'", XDisplayName(nullptr));
+}
