@@ -13,7 +13,7 @@
 static void draw(int frame)
 {
     glViewport(0, 0, 320, 240);
-    glClearColor(0, 0, 0.3f, 1);
+    glClearColor(0, 0, 0.2f, 1);
     glClear(GL_COLOR_BUFFER_BIT);
     glLoadIdentity();
     glRotatef(float(frame) * 6, 0, 0, 1);

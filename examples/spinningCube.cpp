@@ -1,5 +1,5 @@
 // spinningCube - a cube with a movie on its faces, in a window.
-//   spinningCube MOVIE [FRAMES]        (until the program is ended)
+//   spinningCube MOVIE [FRAMES]        (until it is ended)
 #include <convert/kivICjdecoder.h>
 #include <core/kivLoop.h>
 #include <gl/kivGLTex2d.h>
@@ -31,7 +31,7 @@ int main(int argc, char** argv)
     kivMovieInCompressed movie;
     Display* display = glXOpenDisplayQTN(nullptr);
     if (argc < 2 || display == nullptr || movie.setup(argv[1]) != kivErrNone)
-        return fprintf(stderr, "usage: spinningCube MOVIE [FRAMES], with an X display\n"), 2;
+        return 2;
     kivICjdecoder decoder(movie.imageSizeX, movie.imageSizeY);
     decoder.dstPacking = ZV_IMAGE_PACKING_RGBA;
     kivGLTex2d texture;
@@ -46,8 +46,7 @@ int main(int argc, char** argv)
     glMatrixMode(GL_PROJECTION);
     glFrustum(-0.8, 0.8, -0.6, 0.6, 2, 20);
     glMatrixMode(GL_MODELVIEW);
-    for (const GLenum feature : {GL_DEPTH_TEST, GL_TEXTURE_2D})
-        glEnable(feature);
+    glEnable(GL_DEPTH_TEST), glEnable(GL_TEXTURE_2D);
 
     kivLoop loop;
     loop.addChain(&chain);
