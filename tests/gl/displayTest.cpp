@@ -134,6 +134,7 @@ TEST_F(kivGLDisplayTest, IsFedThroughReceiveAlone)
 
 TEST_F(kivGLDisplayTest, EndsTheProcessWithoutADisplay)
 {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
             unsetenv("DISPLAY");
