@@ -38,10 +38,11 @@ public:
             _exit(127);
         }
         close(answer[1]);
-        char number[16] = ":";
-        if (read(answer[0], number + 1, sizeof number - 2) > 0)  // its number and a newline, when it is ready
-            setenv("DISPLAY", std::string(number, std::string(number).find('\n')).c_str(), 1);
-        close(answer[0]);
+        FILE* from = fdopen(answer[0], "r");
+        char number[16] = "";
+        if (fgets(number, sizeof number, from) != nullptr)  // a line, when it is ready
+            setenv("DISPLAY", (":" + std::to_string(atoi(number))).c_str(), 1);
+        fclose(from);
     }
     void kill()
     {
