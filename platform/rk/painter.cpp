@@ -30,7 +30,9 @@ void main()
 const char* const fragmentText = R"(#version 110
 uniform sampler2D plane0, plane1, plane2;
 uniform vec2 size0, size1, size2;
-uniform mat4 toRgb;
+uniform float luma;
+uniform vec4 steps;
+uniform vec3 black;
 uniform int rgba, mark;
 void main()
 {
@@ -41,7 +43,8 @@ void main()
         return;
     }
     float cb = texture2D(plane1, at * size1).r, cr = texture2D(plane2, at * size2).r;
-    gl_FragColor = toRgb * vec4(first.r, cb, cr, 1.0);
+    vec3 rgb = luma * first.r + black;
+    gl_FragColor = vec4(rgb.r + steps.x * cr, rgb.g + steps.y * cb + steps.z * cr, rgb.b + steps.w * cb, 1.0);
 }
 )";
 
@@ -215,8 +218,12 @@ void Painter::setColours(const ShownPicture& picture) const
                     1.0f / float(plane.height << plane.shiftY));
     }
     glUniform1i(uniform("rgba"), picture.planes == 1 ? mark_ : 0);
-    if (picture.planes == maxPlanes)
-        glUniformMatrix4fv(uniform("toRgb"), 1, GL_FALSE, picture.toRgb);
+    if (picture.planes == 1)
+        return;
+    const ShownPicture::Colours& colours = picture.colours;
+    glUniform1f(uniform("luma"), colours.luma);
+    glUniform4f(uniform("steps"), colours.redOfCr, colours.greenOfCb, colours.greenOfCr, colours.blueOfCb);
+    glUniform3f(uniform("black"), colours.black[0], colours.black[1], colours.black[2]);
 }
 
 // The viewport is the largest there is: pixels outside the drawable are dropped, and

@@ -1,8 +1,6 @@
 // shownPicture.cpp - which pictures the shader takes, their colours, and RGBA for the rest.
 #include "platform/rk/shownPicture.h"
 
-#include <algorithm>
-
 namespace kiv::rk {
 
 namespace {
@@ -41,23 +39,22 @@ int roundedUp(int size, int shift) { return -(-size >> shift); }
 
 // The scaler's own numbers, so that both ways give the same colours: what a step of
 // Cr adds to red and so on, in 1/2^16, for studio range.
-void setMatrix(const AVFrame& frame, float (&toRgb)[16])
+ShownPicture::Colours coloursOf(const AVFrame& frame)
 {
     const int* steps = sws_getCoefficients(frame.colorspace);
     const bool full = isFullRange(frame);
-    const float luma = full ? 1.0f : 255.0f / 219.0f;
     const float chroma = (full ? 224.0f / 255.0f : 1.0f) / 65536.0f;
-    const float redOfCr = chroma * float(steps[0]), blueOfCb = chroma * float(steps[1]);
-    const float greenOfCb = -chroma * float(steps[2]), greenOfCr = -chroma * float(steps[3]);
-    const float black = full ? 0.0f : luma * 16 / 255, middle = 128.0f / 255;
-    // clang-format off
-    const float columns[16] = {
-        luma, luma, luma, 0,
-        0, greenOfCb, blueOfCb, 0,
-        redOfCr, greenOfCr, 0, 0,
-        -black - middle * redOfCr, -black - middle * (greenOfCb + greenOfCr), -black - middle * blueOfCb, 1};
-    // clang-format on
-    std::copy(std::begin(columns), std::end(columns), toRgb);
+    ShownPicture::Colours colours;
+    colours.luma = full ? 1.0f : 255.0f / 219.0f;
+    colours.redOfCr = chroma * float(steps[0]);
+    colours.greenOfCb = -chroma * float(steps[2]);
+    colours.greenOfCr = -chroma * float(steps[3]);
+    colours.blueOfCb = chroma * float(steps[1]);
+    const float black = full ? 0.0f : colours.luma * 16 / 255, middle = 128.0f / 255;
+    colours.black[0] = -black - middle * colours.redOfCr;
+    colours.black[1] = -black - middle * (colours.greenOfCb + colours.greenOfCr);
+    colours.black[2] = -black - middle * colours.blueOfCb;
+    return colours;
 }
 
 void showPlanes(const AVFrame& frame, ShownPicture& shown)
@@ -70,7 +67,7 @@ void showPlanes(const AVFrame& frame, ShownPicture& shown)
             frame.data[i], roundedUp(frame.width, shiftX), roundedUp(frame.height, shiftY), frame.linesize[i], shiftX,
             shiftY};
     }
-    setMatrix(frame, shown.toRgb);
+    shown.colours = coloursOf(frame);
 }
 
 }  // namespace

@@ -15,10 +15,16 @@ struct ShownPicture {
         int stride;  // bytes from row to row
         int shiftX, shiftY;  // 0 or more: how much coarser than the picture
     };
+    // What a step of each plane adds to red, green and blue, and what all three begin
+    // with; samples and colours count from 0 to 1.
+    struct Colours {
+        float luma, redOfCr, greenOfCb, greenOfCr, blueOfCb;
+        float black[3];
+    };
     int width, height;
     int planes;  // 3: luma, Cb, Cr; 1: RGBA
     Plane plane[3];
-    float toRgb[16];  // for 3 planes: columns for luma, Cb, Cr and 1, as values of 0 to 1
+    Colours colours;  // for 3 planes
 };
 
 // Makes the form of one picture after the other. Not thread-safe.
