@@ -43,8 +43,7 @@ int main(int argc, char** argv)
         || texture.setup(display, movie.imageSizeX, movie.imageSizeY) != kivErrNone || chain.init(nullptr) != kivErrNone
         || chain.start(1) != kivErrNone)
         return 1;
-    glMatrixMode(GL_PROJECTION);
-    glFrustum(-0.8, 0.8, -0.6, 0.6, 2, 20);
+    glMatrixMode(GL_PROJECTION), glFrustum(-0.8, 0.8, -0.6, 0.6, 2, 20);
     glMatrixMode(GL_MODELVIEW);
     glEnable(GL_DEPTH_TEST), glEnable(GL_TEXTURE_2D);
 

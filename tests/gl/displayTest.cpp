@@ -4,7 +4,13 @@
 #include "platform/glx/glxqtn.h"
 #include "tests/gl/glFixture.h"
 #include "tests/support/capture.h"
+#include "tests/support/faults.h"
 #include "tests/support/poolFixture.h"
+
+// A screen without a visual that will do.
+#pragma GCC visibility push(default)
+KIV_FAULT(XVisualInfo*, glXChooseVisual, (Display * dpy, int screen, int* attribs), (dpy, screen, attribs), nullptr)
+#pragma GCC visibility pop
 
 namespace {
 
@@ -130,6 +136,14 @@ TEST_F(kivGLDisplayTest, IsFedThroughReceiveAlone)
     kivObj source;
     source.init(nullptr);
     EXPECT_EQ(source.addObject(&display), 0) << "a display may join a running graph";
+}
+
+TEST_F(kivGLDisplayTest, SaysWhenThereIsNoWindow)
+{
+    fault_glXChooseVisual.failAt(1);
+    const Printed printed = capture([&] { EXPECT_EQ(display.setup(0), 1); });
+    EXPECT_EQ(printed.err, "Scratch window - can't get visual\nUnable to create window for kivGLdisplay\n");
+    EXPECT_EQ(display.receive(picture(noise(pictureBytes, 1))), 1);
 }
 
 TEST_F(kivGLDisplayTest, EndsTheProcessWithoutADisplay)
