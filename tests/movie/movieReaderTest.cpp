@@ -5,7 +5,6 @@
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
-#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -36,42 +35,28 @@ struct MovieReader : testing::Test {
     ~MovieReader() override { setTrace(1); }
 };
 
-// Calls of the frame operations, and what they answer.
+// Calls of the frame operations, and what they answer. The reader's until `over`.
 struct Script {
     struct Step {
         unsigned long long then;  // the clock after the call
         int result;
     };
-    explicit Script(std::vector<Step> steps) : steps_(std::move(steps)) { }
+    explicit Script(std::vector<Step> all) : steps(std::move(all)) { }
 
     int call(long long argument)
     {
-        std::lock_guard lock(mutex_);
-        if (next_ == steps_.size()) {
-            over_ = true;
+        if (arguments.size() == steps.size()) {
+            over = true;
             return kivErrFrameNotYet;
         }
-        arguments_.push_back(argument);
-        fakeNow = steps_[next_].then;
-        return steps_[next_++].result;
-    }
-    bool over()
-    {
-        std::lock_guard lock(mutex_);
-        return over_;
-    }
-    std::vector<long long> arguments()
-    {
-        std::lock_guard lock(mutex_);
-        return arguments_;
+        arguments.push_back(argument);
+        fakeNow = steps[arguments.size() - 1].then;
+        return steps[arguments.size() - 1].result;
     }
 
-private:
-    std::mutex mutex_;
-    std::vector<Step> steps_;
-    std::vector<long long> arguments_;
-    size_t next_ = 0;
-    bool over_ = false;
+    const std::vector<Step> steps;
+    std::vector<long long> arguments;
+    std::atomic<bool> over{false};
 };
 
 constexpr unsigned long long t0 = 1'000'000'000'000;  // when the fake clock starts
@@ -127,8 +112,8 @@ TEST_F(MovieReader, ALoopingMovieTakesTheRemainderOfTheClock)
     Script script({{t0 + 400, 0}, {t0 + 500, 0}, {t0 + 1750, 0}, {t0 + 7, 0}});
     movie.onTime = [&](long long t) { return script.call(t); };
     movie.start(0);
-    ASSERT_TRUE(eventually([&] { return script.over(); }));
-    EXPECT_EQ(script.arguments(), (std::vector<long long>{0, 800, 0, 500}));
+    ASSERT_TRUE(eventually([&] { return script.over.load(); }));
+    EXPECT_EQ(script.arguments, (std::vector<long long>{0, 800, 0, 500}));
 }
 
 TEST_F(MovieReader, WithoutLoopingTheLastFrameIsShownAndTheMoviePausesItself)
@@ -146,7 +131,7 @@ TEST_F(MovieReader, WithoutLoopingTheLastFrameIsShownAndTheMoviePausesItself)
     movie.currentFrameIndex = 29;
     movie.start(0);
     ASSERT_TRUE(eventually([&] { return held != -1; }));
-    EXPECT_EQ(script.arguments(), (std::vector<long long>{0, 0, 1000}));
+    EXPECT_EQ(script.arguments, (std::vector<long long>{0, 0, 1000}));
     EXPECT_EQ(kivShared(movie.isPlaying).load(), 0);
     EXPECT_EQ(held, 29);
 }
@@ -163,7 +148,7 @@ TEST_F(MovieReader, TheRetryWrapsAlsoAtTheEndAndNapsTwoTicksATry)
     movie.onIndex = [&](int) { return ++passes, kivErrFrameNotYet; };
     movie.start(0);
     ASSERT_TRUE(eventually([&] { return passes > 3; }));
-    EXPECT_EQ(script.arguments(), (std::vector<long long>{0, 1000, 600, 700}));
+    EXPECT_EQ(script.arguments, (std::vector<long long>{0, 1000, 600, 700}));
     EXPECT_EQ(naps[2], 2);
     EXPECT_GE(naps[1], 3);  // one a pass while paused
     EXPECT_EQ(movie.framesPublished(), 2);
@@ -187,8 +172,8 @@ TEST_F(MovieReader, OddClocksNeitherDivideByZeroNorOverflow)
         Script script({{c.now, 0}, {c.now, 0}});
         movie.onTime = [&](long long t) { return script.call(t); };
         movie.start(0);
-        ASSERT_TRUE(eventually([&] { return script.over(); }));
-        EXPECT_EQ(script.arguments()[1], c.time) << c.scale;
+        ASSERT_TRUE(eventually([&] { return script.over.load(); }));
+        EXPECT_EQ(script.arguments[1], c.time) << c.scale;
         movie.endReader();
     }
 }
@@ -249,7 +234,7 @@ TEST_F(MovieReader, AFailedFrameIsHandedOverAndSleptUpon)
     movie.durationTime = 1000;
     movie.onTime = [&](long long t) { return script.call(t); };
     movie.start(0);
-    ASSERT_TRUE(eventually([&] { return script.over(); }));
+    ASSERT_TRUE(eventually([&] { return script.over.load(); }));
     EXPECT_EQ(movie.framesPublished(), 2);
     EXPECT_EQ(naps[1], 1);
 }

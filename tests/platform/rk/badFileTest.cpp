@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <random>
-
 #include "platform/limits.h"
 #include "platform/zv/errors.h"
 #include "tests/platform/rk/openMovie.h"
@@ -89,6 +87,7 @@ void expectCutIsSafe(const std::string& name, const std::string& path)
         for (int i = 0; i < rest.length(); ++i) {
             const std::string frame = rest.frame(i);
             EXPECT_THAT(frame, AnyOf(frames[size_t(i)], "")) << "part " << part << ", frame " << i;
+            EXPECT_TRUE(!frame.empty() || lastError() == ZV_ERROR_DATA);
             right += frame == frames[size_t(i)];
         }
     }
@@ -104,20 +103,6 @@ TEST(badFile, TruncatedMoviesGiveTheFramesThatAreLeft)
     expectCutIsSafe("cut.avi", clip("cut.avi", bars));
     expectCutIsSafe("cut.mkv", clip("cut.mkv", bars));
     EXPECT_THAT(openError(written("tail.mov", readFile(clip("tail.mov", bars)).substr(0, 9000))), HasSubstr("'"));
-}
-
-TEST(badFile, AFrameBehindTheEndFailsAndSaysSo)
-{
-    const std::string path = clip("cut.mov", bars + " -movflags +faststart");
-    const std::string whole = readFile(path);
-    const OpenMovie movie(written("half.mov", whole.substr(0, whole.size() / 2)));
-    EXPECT_EQ(movie.length(), 30);
-    EXPECT_EQ(rkGetCompressedImageSize(movie.track, 29), -1);
-    EXPECT_EQ(lastError(), ZV_ERROR_DATA);
-    char room[64];
-    EXPECT_EQ(rkReadCompressedImage(movie.track, 29, sizeof room, room), -1);
-    EXPECT_EQ(lastError(), ZV_ERROR_DATA);
-    EXPECT_EQ(movie.frame(0), OpenMovie(path).frame(0));
 }
 
 // The file shrinks while it is open.
@@ -186,43 +171,6 @@ TEST(badFile, ClaimedFramesMeetTheLimitFirst)
     bytes.replace(sizes + 8, 8, one + many);
     bytes.replace(chunks + 16, 4, many);
     EXPECT_THAT(openError(written("claim.mov", bytes)), HasSubstr("20000000 frames, more than movieFrames"));
-}
-
-// Bytes turned at random: whatever opens keeps its own word.
-void expectDamageIsSafe(const std::string& path, int rounds)
-{
-    const std::string whole = readFile(path);
-    std::mt19937 random(20);
-    for (int round = 0; round < rounds; ++round) {
-        std::string bytes = whole;
-        const size_t from = round % 2 == 0 ? 0 : bytes.size() - std::min<size_t>(bytes.size(), 2000);
-        for (unsigned hits = random() % 12 + 1; hits > 0; --hits)
-            bytes[from + random() % std::min<size_t>(2000, bytes.size() - from)]
-                = char(random() % 4 == 0 ? 0xFF : random());
-        RKmovie movie = nullptr;
-        RKtrack track = nullptr;
-        if (rkOpenFile(written("damaged", bytes).c_str(), 0, &movie) != 0)
-            continue;
-        if (rkFindTrackByMedium(movie, RK_MEDIUM_IMAGE, &track) == 0) {
-            const int largest = rkGetLargestCompressedImageSize(track), length = rkGetTrackLength(track);
-            EXPECT_GE(length, 1);
-            EXPECT_LE(largest, kivLimits()->frameBytes);
-            std::string room(size_t(std::max(largest, 0)), '\0');
-            for (int i = 0; i < std::min(length, 40); ++i) {
-                EXPECT_LE(rkGetCompressedImageSize(track, i), largest);
-                rkReadCompressedImage(track, i, largest, room.data());
-            }
-        }
-        EXPECT_EQ(rkClose(movie), 0);
-    }
-}
-
-TEST(badFile, DamagedMoviesDoNoHarm)
-{
-    for (const char* name : {"damage.mov", "damage.avi", "damage.mkv", "damage.mp4"})
-        expectDamageIsSafe(clip(name, bars), 150);
-    expectDamageIsSafe(clip("damage.mp4", h264), 60);
-    expectDamageIsSafe(clip("damage.mkv", h264), 60);
 }
 
 }  // namespace
