@@ -31,6 +31,16 @@ extern "C" Display* glXOpenDisplayQTN(const char* name)
     return deadDisplays.count(askedDisplays.back()) != 0 ? nullptr : real(name);
 }
 
+// The context that was made current last; null once it is let go.
+static std::atomic<GLXContext> lastCurrent;
+
+extern "C" Bool glXMakeCurrentQTN(Display* dpy, GLXDrawable drawable, GLXContext context)
+{
+    static const auto real = realFunction<Bool(Display*, GLXDrawable, GLXContext)>("glXMakeCurrentQTN");
+    lastCurrent = context;
+    return real(dpy, drawable, context);
+}
+
 namespace {
 
 constexpr int width = 32, height = 24;
@@ -167,12 +177,15 @@ TEST_F(MovieRender, LiesWhereOffsetAndZoomPutIt)
             const bool inside = x >= 10 && x < 10 + 2 * width && y >= 20 && y < 20 + 2 * height;
             ASSERT_EQ(part(x, y, 1, 1)[3], inside ? '\xff' : '\0') << x << "," << y;
         }
+    EXPECT_EQ(lastCurrent, movie.context);
     movie.pause();
     movie.setImageZoom(1, 1);
     kivShared(movie.lastFrameIndex).store(-1);
     ASSERT_EQ(serve(movie), kivErrNone);
     EXPECT_LE(difference(part(10, 20, width, height), decodedRgba(movie.fileName, width, height)[0]), 2);
     EXPECT_EQ(part(0, 0, 100, 20), std::string(4 * 100 * 20, '\0'));
+    movie.endReader();
+    EXPECT_EQ(lastCurrent, nullptr);
 }
 
 TEST_F(MovieRender, TwoMoviesRenderAtOnce)
