@@ -1,6 +1,8 @@
 // peerDoor.cpp - see peerDoor.h.
 #include "apps/kiv/peerDoor.h"
 
+#include <poll.h>
+
 #include "apps/kiv/text.h"
 #include "platform/zv/zv.h"
 
@@ -47,6 +49,12 @@ void PeerDoor::accept()
     waiting_ = false;
     run_->note(place_ + ": " + peer->peerName() + " has come");
     onPeer_(std::move(peer));
+}
+
+bool PeerDoor::somebodyWaits() const
+{
+    pollfd door = {listener_ != nullptr ? listener_->getFD() : -1, POLLIN, 0};
+    return poll(&door, 1, 0) == 1;
 }
 
 void PeerDoor::close()

@@ -20,6 +20,7 @@ public:
     bool listens() const { return listener_ != nullptr; }
     // Gives the next peer that calls; further ones wait until this is asked for again.
     void waitForPeer();
+    bool somebodyWaits() const;  // to be given, or until this is asked for
     void close();
 
 private:

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "apps/kiv/text.h"
+#include "platform/limits.h"
 #include "platform/rk/rk.h"
 
 // Opens the movie once before the node does, because the node's own words for a
@@ -131,12 +132,37 @@ void RecvPart::takePeer(RunContext& run, std::unique_ptr<wispSocket> peer)
     link_ = std::move(link);
     reading_ = true;
     ++peers_;
+    watchSilence(run);
     if (!std::exchange(begun_, true)) {
         if (door_.listens())
             run.release();
     } else if (receiver_.start(0) != kivErrNone) {
         run.failed(place() + ": cannot be started again: " + serviceError(), true);
     }
+}
+
+// A silent peer is welcome until another one waits.
+void RecvPart::watchSilence(RunContext& run)
+{
+    run.loop().cancelTimer(std::exchange(silence_, 0));
+    if (!door_.listens() || text_.has("once"))
+        return;
+    unsigned long long now = 0;
+    zvGetUST(&now);
+    silence_ = run.loop().addTimer(now + (unsigned long long)kivLimits()->recvMs * 1000000,
+                                   [this, &run, messages = link_->messages()] { silent(run, messages); });
+}
+
+// Called recvMs after the link had brought `messages`.
+void RecvPart::silent(RunContext& run, long long messages)
+{
+    silence_ = 0;
+    if (!reading_)
+        return;
+    if (link_->messages() != messages || !door_.somebodyWaits())
+        return watchSilence(run);
+    run.note(text("%s: %s is silent and gives way", place().c_str(), link_->connection().peerName()));
+    link_->connection().close(0);
 }
 
 void RecvPart::afterPass(RunContext& run)
@@ -172,6 +198,7 @@ bool RecvPart::idle() { return receiver_.taken(); }
 
 void RecvPart::close(RunContext& run)
 {
+    run.loop().cancelTimer(std::exchange(silence_, 0));
     receiver_.endReader();
     if (reading_)
         run.loop().removeFD(link_->endFD());

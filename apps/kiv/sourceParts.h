@@ -53,6 +53,8 @@ private:
 
     void takePeer(RunContext& run, std::unique_ptr<wispSocket> peer);
     void peerGone(RunContext& run);
+    void watchSilence(RunContext& run);
+    void silent(RunContext& run, long long messages);
 
     Node receiver_;
     PeerDoor door_;
@@ -60,5 +62,6 @@ private:
     bool begun_ = false;  // the first peer has come
     bool reading_ = false;  // link_ may still bring frames
     bool leaving_ = false;  // link_ brings no more; its last frame may wait
+    int silence_ = 0;  // timer, while link_ is looked at; 0 = none
     long long peers_ = 0;
 };
