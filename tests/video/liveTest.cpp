@@ -1,6 +1,5 @@
 // liveTest.cpp - the video nodes on the built-in devices, driven by a loop.
 #include <gtest/gtest.h>
-#include <poll.h>
 
 #include "convert/kivICjdecoder.h"
 #include "convert/kivICjencoder.h"
@@ -145,37 +144,6 @@ TEST_F(LiveVideo, EndsItsWaitWhenTheCameraGoes)
     FD_ZERO(&set);
     kivFdAdd(in.getFD(), &set);
     EXPECT_EQ(in.handleEvents(set), kivErrVideoNoEvent) << "and does not nap for ever";
-}
-
-TEST(LiveVideoCycles, LeaveNothingBehindInAThousand)
-{
-    setTrace(0);
-    {
-        kivVideoOut first;
-    }
-    const int descriptors = openDescriptors();
-    const int threads = runningThreads();
-    for (int i = 0; i < 1000; ++i) {
-        kivVideoOut out;
-        kivVideoIn in;
-        ASSERT_EQ(in.setup(jack("builtin pattern in"), 1), 0);
-        ASSERT_EQ(out.setup(jack("builtin monitor out")), 0);
-        in.setXYControl(in.path, in.drainNode, KP_CONTROL_SIZE, 80, 16);
-        in.setFractControl(in.path, in.drainNode, KP_CONTROL_RATE, i % 2 * 1000, 1);
-        out.setXYControl(out.path, out.sourceNode, KP_CONTROL_SIZE, 80, 16);
-        in.addObject(&out);
-        ASSERT_EQ(in.init(nullptr), 0);
-        ASSERT_EQ(in.start(1), 0);
-        if (i % 4 == 0) {
-            fd_set set;
-            FD_ZERO(&set);
-            kivFdAdd(in.getFD(), &set);
-            in.handleEvents(set);  // the first frame
-        }
-    }
-    EXPECT_EQ(openDescriptors(), descriptors);
-    EXPECT_EQ(runningThreads(), threads);
-    setTrace(1);
 }
 
 }  // namespace

@@ -1,5 +1,4 @@
 // captureTest.cpp - pictures of the built-in camera: which, how many, and when.
-#include "platform/zvic/zvic.h"
 #include "tests/platform/kp/videoRig.h"
 
 namespace {
@@ -137,59 +136,6 @@ TEST_F(kpCapture, IsReadableExactlyWhileAnEventWaits)
     EXPECT_EQ(rig.fd(), fd);
     ASSERT_EQ(rig.begin(), 0) << "again on the same path";
     EXPECT_EQ(rig.next().stamp.msc, 0);
-}
-
-TEST_F(kpCapture, CarriesItsNumberThroughJpeg)
-{
-    ZVparams* picture = nullptr;
-    ZVparams* jpeg = nullptr;
-    zvParamsCreate(&picture);
-    zvParamsCreate(&jpeg);
-    zvSetImageDefaults(picture, width, height, ZV_IMAGE_PACKING_CbYCrY);
-    zvParamsSetString(picture, ZV_IMAGE_COMPRESSION, ZV_COMPRESSION_UNCOMPRESSED);
-    zvSetImageDefaults(jpeg, width, height, ZV_IMAGE_PACKING_CbYCrY);
-    zvParamsSetString(jpeg, ZV_IMAGE_COMPRESSION, ZV_COMPRESSION_JPEG);
-    ZVparams* quality = nullptr;
-    zvParamsCreate(&quality);
-    zvParamsSetFloat(quality, ZV_IMAGE_QUALITY_SPATIAL, 0.5);
-
-    PoolFixture jpegs(2, frameBytes * 2);
-    PoolFixture decoded(2, frameBytes);
-    ZVimageconverter encoder = nullptr;
-    ZVimageconverter decoder = nullptr;
-    ASSERT_EQ(zvICCreate(zvICChooseConverter(picture, jpeg, nullptr), &encoder), 0);
-    ASSERT_EQ(zvICCreate(zvICChooseConverter(jpeg, picture, nullptr), &decoder), 0);
-    ASSERT_EQ(zvICSetSrcParams(encoder, picture) | zvICSetDstParams(encoder, jpeg), 0);
-    ASSERT_EQ(zvICSetSrcParams(decoder, jpeg) | zvICSetDstParams(decoder, picture), 0);
-    ASSERT_EQ(zvICSetConvParams(encoder, quality), 0);
-    ASSERT_EQ(zvICSetDstPool(encoder, jpegs.pool) | zvICSetDstPool(decoder, decoded.pool), 0);
-    const auto through = [](ZVimageconverter converter, ZVbuffer in) {
-        EXPECT_EQ(zvICSend(converter, in, 0, nullptr), 0);
-        pollfd ready = {zvICGetDstQueueFD(converter), POLLIN, 0};
-        EXPECT_EQ(poll(&ready, 1, 20000), 1);
-        ZVbuffer out = nullptr;
-        EXPECT_EQ(zvICReceive(converter, &out), 0);
-        return out;
-    };
-
-    rig.set(KP_CONTROL_RATE, 0, 1);
-    ASSERT_EQ(rig.registerPool(pool), 0);
-    ASSERT_EQ(rig.begin(), 0);
-    for (int i = 0; i < 50; ++i) {
-        const Picture shot(rig.next());
-        ZVbuffer small = through(encoder, shot.buffer);
-        ZVbuffer back = through(decoder, small);
-        unsigned number = 0;
-        EXPECT_EQ(kpReadTestPicture(zvBufferMapData(back), width, height, &number), 0);
-        EXPECT_EQ(int(number), i);
-        zvBufferFree(small);
-        zvBufferFree(back);
-    }
-    EXPECT_EQ(rig.end(), 0);
-    zvICDestroy(encoder);
-    zvICDestroy(decoder);
-    for (ZVparams* list : {picture, jpeg, quality})
-        zvParamsDestroy(list);
 }
 
 TEST(kpTestPicture, IsNotReadFromWhatCarriesNone)
