@@ -8,6 +8,13 @@
  * that GL only read is never written; neither is one that was freed meanwhile: an
  * association holds no reference.
  *
+ * When bytes move: an association moves none, unless the pbuffer is current. The picture
+ * goes into the pbuffer when that is bound, once for any number of bindings; what
+ * somebody writes to the buffer afterwards is seen with the next association. A binding
+ * for drawing counts as drawing, until zvBufferSync; bind again, even what is bound, to
+ * draw more after that. Any thread may sync once the drawing thread has let go of the
+ * pbuffer through this layer; before that, another thread's sync fails with a line.
+ *
  * GLX currency is per thread: the calls below act on the calling thread's. Bind
  * through this layer, so that it sees which pbuffer is drawn into. Handles are GLX's
  * own and belong to the connection that made them. Failures are recorded (zvGetError);
@@ -98,11 +105,15 @@ KIV_API void glXSwapBuffersQTN(GLXDrawable drawable);
  * glDrawPixelsQTN goes to the k-th other row, the first at the raster position. */
 KIV_API void glEnableQTN(GLenum capability);
 KIV_API void glDisableQTN(GLenum capability);
-/* Levels of GL_CBYCRY_422_QTN: 0 (default) 16..235 and 16..240, 1 all of 0..255. */
+/* Levels of GL_CBYCRY_422_QTN, whose matrix is BT.601 and whose chroma counts for both
+ * pixels of a pair (an odd row ends after Cb Y and takes the Cr before): 0 (default) 16..235 and 16..240, 1 all of 0..255. */
 KIV_API void glPixelRangeQTN(int fullRange);
 /* glDrawPixels of bytes at the raster position, with the pixel zoom: GL_RGBA, GL_RGB,
- * GL_LUMINANCE, GL_ABGR_EXT ..., and GL_CBYCRY_422_QTN. `bytes` is the room at `data`:
- * with less than the image takes, or no data, nothing is drawn: -1. */
+ * GL_LUMINANCE, GL_ABGR_EXT ..., and GL_CBYCRY_422_QTN. Rows have no gaps, whatever
+ * glPixelStore says; all else that the application has set counts, and stays. With none
+ * of that set and a whole zoom the picture is copied once, by a context of this layer's
+ * own: a quarter of the time. `bytes` is the room at `data`: with less than the image
+ * takes, or no data, nothing is drawn: -1. */
 KIV_API int glDrawPixelsQTN(int width, int height, GLenum format, const void* data, long long bytes);
 /* Bytes of an image of that format, 1 byte a component; -1 for an unknown format. */
 KIV_API long long glImageBytesQTN(int width, int height, GLenum format);

@@ -96,10 +96,9 @@ bool enterPbuffer(Display* dpy, GLXFBConfig config, int width, int height, GLXPb
     return true;
 }
 
-// The entry is free to be used again; GLX's pbuffer stands.
+// The entry is free to be used again; GLX's pbuffer stands. Its lock is held.
 void retire(Pbuffer& pbuffer)
 {
-    std::lock_guard guard(pbuffer.lock);
     pbuffer.buffer.store(nullptr);
     pbuffer.drawn.store(Drawn::Nothing);
     dropShadows(pbuffer);
@@ -140,18 +139,17 @@ Pbuffer* findPbuffer(GLXDrawable id, Display* dpy, Display* otherwise)
 
 void forgetPbuffersOn(Display* dpy)
 {
-    std::unique_lock guard(listLock);
-    for (Pbuffer* entry = pbuffers; entry != nullptr; entry = entry->next) {
-        if (entry->id.load() == None)
-            continue;
-        guard.unlock();
-        if (entry->dpy == dpy) {
-            retire(*entry);
-        } else {
-            std::lock_guard entryGuard(entry->lock);
+    Pbuffer* entry = nullptr;
+    {
+        std::lock_guard guard(listLock);
+        entry = pbuffers;
+    }
+    for (; entry != nullptr; entry = entry->next) {  // entries stay, and new ones are not ours
+        std::lock_guard guard(entry->lock);
+        if (entry->id.load() == None || entry->dpy != dpy)
             dropShadows(*entry, dpy);
-        }
-        guard.lock();
+        else
+            retire(*entry);
     }
 }
 
@@ -193,7 +191,10 @@ extern "C" void glXDestroyGLXPbufferQTNX(Display* dpy, GLXPbuffer id)
         return;
     }
     stopReading(*pbuffer);
-    retire(*pbuffer);
+    {
+        std::lock_guard guard(pbuffer->lock);
+        retire(*pbuffer);
+    }
     if (isAlive(dpy))
         glXDestroyPbuffer(dpy, id);
 }

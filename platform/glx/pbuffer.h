@@ -52,7 +52,7 @@ struct Pbuffer : BufferWriter {
     uint64_t version = 0;  // grows with every picture
     Shadow* shadows = nullptr;
 
-    Pbuffer* next = nullptr;  // guarded by listLock
+    Pbuffer* next = nullptr;  // set once
 };
 
 // The pbuffer of that name: on one of the connections rather than on another. Null,

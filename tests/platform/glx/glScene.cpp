@@ -121,9 +121,10 @@ void clearTo(float red, float green, float blue, float alpha)
 
 Bytes solid(int width, int height, uint8_t red, uint8_t green, uint8_t blue, uint8_t alpha)
 {
-    Bytes bytes;
-    for (int i = 0; i < width * height; ++i)
-        bytes.insert(bytes.end(), {red, green, blue, alpha});
+    Bytes bytes(size_t(width) * height * 4);
+    const uint8_t pixel[4] = {red, green, blue, alpha};
+    for (size_t i = 0; i < bytes.size(); i += 4)
+        memcpy(&bytes[i], pixel, 4);
     return bytes;
 }
 
