@@ -108,6 +108,7 @@ private:
     int toStart_ = 1;  // buffers that the driver wants before it shows the first one
     bool streaming_ = false;
     bool quiet_ = false;
+    bool lent_ = false;  // what the mode was chosen for: memory of another device
     Held shown_;  // sent last
     uint32_t field_ = V4L2_FIELD_NONE;
     uint64_t tellAt_ = 0;
@@ -198,7 +199,8 @@ bool V4l2Output::prepareMode(int mode)
 bool V4l2Output::start()
 {
     if (mode_ == KP_MEMORY_NONE) {
-        const bool shared = direct_ && bufferLent(shown_.get()) >= 0 && startMode(KP_MEMORY_DMABUF);
+        lent_ = bufferLent(shown_.get()) >= 0;
+        const bool shared = direct_ && lent_ && startMode(KP_MEMORY_DMABUF);
         const bool direct = shared || (direct_ && startMode(KP_MEMORY_USERPTR));
         if (!direct && !startMode(format_.fourcc == V4L2_PIX_FMT_UYVY ? KP_MEMORY_MMAP : KP_MEMORY_CONVERT))
             return false;
@@ -308,7 +310,7 @@ bool V4l2Output::play()
             return true;
         shown_.take(next_.release());
     }
-    if (streaming_ && mode_ == KP_MEMORY_DMABUF && bufferLent(shown_.get()) < 0)
+    if (streaming_ && !copies() && (bufferLent(shown_.get()) >= 0) != lent_)
         streaming_ = !prepareMode(KP_MEMORY_NONE);  // another kind of picture: begin anew
     if (!streaming_)
         return start();
