@@ -3,7 +3,7 @@
 
 #include <atomic>
 
-#include "core/kivObj.h"
+#include "core/kivStats.h"
 
 namespace {
 
@@ -61,7 +61,7 @@ void plainCall(benchmark::State& state, Bare* child)
     }
 }
 
-template <class Child> void hop(benchmark::State& state)
+template <class Child, bool counted = false> void hop(benchmark::State& state)
 {
     setTrace(0);
     ZVparams* params = nullptr;
@@ -74,10 +74,20 @@ template <class Child> void hop(benchmark::State& state)
     kivObj parent;
     Child child;
     parent.addObject(&child);
+    STATSpage page = nullptr;
+    statsCreate("hop", 2, &page);
+    kivStats stats(page);
+    stats.addNode(&parent, "parent", "", 1);
+    stats.addNode(&child, "child", "", 2);
+    kivSetObserver(counted ? &stats : nullptr);
     for (auto step : state) {
         (void)step;
         benchmark::DoNotOptimize(parent.propagate(buffer));
     }
+    kivSetObserver(nullptr);
+    if (counted && stats.recordOf(&child)->in != child.seen)
+        state.SkipWithError("a hop was not counted");
+    statsClose(page);
     if (child.seen < long(state.iterations()) || zvBufferFree(buffer) != ZV_SUCCESS)
         state.SkipWithError("a hop was lost");
     zvBufferDestroyPool(pool);
@@ -91,5 +101,7 @@ BareCounting bareCounting;
 
 BENCHMARK_CAPTURE(plainCall, call, &bare);
 BENCHMARK(hop<Looker>)->Name("hop/call");
+BENCHMARK((hop<Looker, true>))->Name("hop/call/counted");
 BENCHMARK_CAPTURE(plainCall, reference, &bareCounting);
 BENCHMARK(hop<Keeper>)->Name("hop/reference");
+BENCHMARK((hop<Keeper, true>))->Name("hop/reference/counted");

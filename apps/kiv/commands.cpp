@@ -8,9 +8,10 @@
 #include "apps/kiv/man.h"
 #include "apps/kiv/probe.h"
 #include "apps/kiv/runCommand.h"
+#include "apps/kiv/top.h"
 
 static constexpr const CommandKind* kinds[] = {
-    &runCommand,     &demoCommand, &inspectCommand,    &probeCommand,
+    &runCommand,     &demoCommand, &topCommand,        &inspectCommand, &probeCommand,
     &devicesCommand, &manCommand,  &completionCommand, &helpCommand,
 };
 

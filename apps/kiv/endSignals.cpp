@@ -11,6 +11,7 @@ EndSignals::EndSignals()
     sigemptyset(&set_);
     sigaddset(&set_, SIGINT);
     sigaddset(&set_, SIGTERM);
+    sigaddset(&set_, SIGUSR1);
     pthread_sigmask(SIG_BLOCK, &set_, &before_);
     signals_ = signalfd(-1, &set_, SFD_CLOEXEC | SFD_NONBLOCK);
     thread_ = threadStart([](void* self) { static_cast<EndSignals*>(self)->watch(); }, this);
@@ -33,9 +34,14 @@ EndSignals::~EndSignals()
 void EndSignals::watch()
 {
     signalfd_siginfo info;
-    for (bool first = true; threadPoll(signals_, 0) == THREAD_POLL_READY;) {
+    bool first = true;
+    while (threadPoll(signals_, 0) == THREAD_POLL_READY) {
         if (read(signals_, &info, sizeof info) != sizeof info)
             continue;
+        if (info.ssi_signo == SIGUSR1) {
+            asked_.raise();
+            continue;
+        }
         if (!first) {
             signal(int(info.ssi_signo), SIG_DFL);
             pthread_sigmask(SIG_UNBLOCK, &set_, nullptr);

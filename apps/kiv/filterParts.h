@@ -21,6 +21,8 @@ public:
     void afterPass(RunContext& run) override;
     Counters counters() override;
     long long dropped() override;
+    long long waiting() override { return zvICGetSrcQueueFilled(converter().imgConvCtx); }
+    long long workNs() override { return stats().cpuNs; }
 
 protected:
     virtual kivIC& converter() = 0;

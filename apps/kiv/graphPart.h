@@ -42,6 +42,11 @@ public:
     virtual void close(RunContext&) { }
     virtual Counters counters() { return {}; }
     virtual long long dropped() { return 0; }
+    virtual long long waiting() { return 0; }  // frames that it has and has not begun to work on
+    virtual long long workNs() { return 0; }  // CPU time of threads of its own
+    virtual long long framesLeft() { return -1; }  // of a source that knows; -1 unknown
+    // Twice a second or so, for what takes time to show.
+    virtual void watch(RunContext&) { }
     // A sink's count; null elsewhere.
     virtual Tally* tally() { return nullptr; }
 

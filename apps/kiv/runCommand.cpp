@@ -54,7 +54,7 @@ public:
 
 private:
     std::vector<std::string> graph_;
-    std::string file_, seconds_;
+    std::string file_, seconds_, stats_;
     RunOptions options_;
 };
 
@@ -67,6 +67,12 @@ void RunCommand::declare(CLI::App& line)
     line.add_option("--seconds", seconds_, "end after that time: 10, 2.5, 90s, 1m30s")->check(checkSeconds);
     line.add_flag("--status", options_.status, "a status line each second also without a terminal");
     line.add_flag("--json", options_.json, "the summary as one JSON object");
+    line.add_flag("--explain", options_.explain, "say what each link has negotiated, and who set it");
+    line.add_option("--stats", stats_, "unix:PATH hands the statistics to 'kiv top unix:PATH'; off counts nothing");
+    line.add_option("--dot", options_.dotFile, "picture of the graph, with formats and counts; .svg through Graphviz");
+    line.add_option("--trace-file", options_.traceFile,
+                    "one slice per node and frame, for chrome://tracing or Perfetto");
+    line.add_flag("--ledger", options_.ledger, "at the end, what every pool has held; SIGUSR1 prints it at any time");
     line.add_flag("--check", options_.check, "only see whether the graph is understood; nothing is opened");
     line.add_flag("--trace", options_.trace, "show the nodes' own lines");
 }
@@ -87,6 +93,14 @@ int RunCommand::run()
         say("%s: %s", file_.c_str(), wrong.c_str());
         return exitUsage;
     }
+    if (stats_ == "off") {
+        options_.stats = false;
+    } else if (stats_.starts_with("unix:") && stats_.size() > 5) {
+        options_.statsPath = stats_.substr(5);
+    } else if (!stats_.empty()) {
+        say("run: --stats '%s' must be unix:PATH or off", stats_.c_str());
+        return exitUsage;
+    }
     options_.status |= isatty(STDERR_FILENO) != 0;
     if (!seconds_.empty())
         parseSeconds(seconds_, &options_.seconds);
@@ -99,6 +113,7 @@ constexpr const char* examples[] = {
     "kiv run 'video:pattern size=720p rate=30 ! jpegenc ! send tcp://localhost:5000'",
     "kiv run 'video ! jpegenc ! ( send tcp://localhost:5000, file out.mjpeg )' --seconds 1m30s",
     "kiv run -f graph.kiv --json",
+    "kiv run 'video:pattern ! jpegenc ! null' --seconds 5 --explain --dot graph.svg --trace-file t.json",
 };
 
 }  // namespace

@@ -9,17 +9,22 @@
 
 #include "apps/kiv/endSignals.h"
 #include "apps/kiv/graph.h"
+#include "apps/kiv/observation.h"
 #include "apps/kiv/summary.h"
 #include "apps/kiv/text.h"
 
 namespace {
 
 constexpr long long secondNs = 1000000000;
+constexpr long long watchNs = secondNs / 2;
 constexpr long long drainNs = 2 * secondNs;  // frames under way after an early end
 
 class Runner : public RunContext {
 public:
-    Runner(const RunOptions& options, Graph& graph, int endFD) : options_(options), graph_(graph), endFD_(endFD) { }
+    Runner(const RunOptions& options, Graph& graph, EndSignals& signals)
+        : options_(options), graph_(graph), signals_(signals), observation_(options, graph)
+    {
+    }
 
     Summary run();
 
@@ -38,13 +43,16 @@ private:
     void endEarly();
     bool done(GraphPart& source);
     void afterPass();
+    void watch();
+    std::string timeLeft();
     void showStatus();
     void clearStatus();
     double secondsRun() const { return begun_ ? double(nowNs() - beganNs_) / 1e9 : 0; }
 
     const RunOptions& options_;
     Graph& graph_;
-    const int endFD_;  // readable when the user wants the end
+    EndSignals& signals_;
+    Observation observation_;
     kivLoop loop_;
     StatusLine status_;
     int holds_ = 0;
@@ -145,6 +153,31 @@ void Runner::afterPass()
         loop_.quit();
 }
 
+void Runner::watch()
+{
+    loop_.addTimer((unsigned long long)(nowNs() + watchNs), [this] { watch(); });
+    observation_.sample();
+    for (const auto& part : graph_.parts())
+        part->watch(*this);
+}
+
+// ", 12 s left" where an end is known.
+std::string Runner::timeLeft()
+{
+    double left = options_.seconds > 0 ? options_.seconds - secondsRun() : -1;
+    auto atMost = [&left](double seconds) { left = left < 0 ? seconds : std::min(left, seconds); };
+    for (GraphPart* sink : graph_.sinks()) {
+        const long long done = sink->tally()->frames;
+        const double perFrame = done > 0 ? secondsRun() / double(done) : 0;
+        const long long ofSource = graph_.sourceOf(*sink).framesLeft();
+        if (perFrame > 0 && ofSource >= 0)
+            atMost(double(ofSource) * perFrame);
+        if (perFrame > 0 && options_.frames > 0)
+            atMost(double(std::max(0LL, options_.frames - done)) * perFrame);
+    }
+    return left < 0 ? "" : text(", %.0f s left", left);
+}
+
 void Runner::showStatus()
 {
     loop_.addTimer((unsigned long long)(nowNs() + secondNs), [this] { showStatus(); });
@@ -152,7 +185,7 @@ void Runner::showStatus()
         return;
     clearStatus();
     const bool terminal = isatty(STDERR_FILENO) != 0;
-    fprintf(stderr, terminal ? "%s" : "%s\n", status_.next(graph_, secondsRun()).c_str());
+    fprintf(stderr, terminal ? "%s" : "%s\n", (status_.next(graph_, secondsRun()) + timeLeft()).c_str());
     statusShown_ = terminal;
 }
 
@@ -178,11 +211,19 @@ Summary Runner::run()
     if (const std::string wrong = graph_.init(); !wrong.empty())
         failed(wrong, true);
     else
+        observation_.begin(*this);
+    if (!quitting_)
         open();
-    loop_.addFD(endFD_, [this] {
-        loop_.removeFD(endFD_);
+    loop_.addFD(signals_.fd(), [this] {
+        loop_.removeFD(signals_.fd());
         endEarly();
     });
+    loop_.addFD(signals_.asked().fd(), [this] {
+        signals_.asked().clear();
+        clearStatus();
+        fputs(ledgerText(graph_.pools()).c_str(), stderr);
+    });
+    watch();
     if (options_.seconds > 0)  // also when no peer comes
         loop_.addTimer((unsigned long long)(nowNs() + (long long)(options_.seconds * 1e9)), [this] { endEarly(); });
     loop_.setPassHandler([this] { afterPass(); });
@@ -199,6 +240,7 @@ Summary Runner::run()
     for (const auto& part : graph_.parts())
         part->close(*this);
     Summary summary = summarise(graph_);
+    observation_.end(*this, &summary);
     graph_.removeFrom(loop_);
     summary.pools = graph_.takeApart();
     for (const PoolReport& pool : summary.pools)
@@ -214,13 +256,15 @@ Summary Runner::run()
 int runGraph(const RunOptions& options)
 {
     setTrace(options.trace ? 1 : 0);
-    const EndSignals signals;
+    EndSignals signals;
     try {
         const std::vector<NodeText> parsed = parseGraph(options.graph);
         if (options.check)
             return exitGood;
         Graph graph(parsed);
-        const Summary summary = Runner(options, graph, signals.fd()).run();
+        const Summary summary = Runner(options, graph, signals).run();
+        if (options.ledger)
+            fputs(ledgerText(summary.pools).c_str(), stderr);
         const bool told = printOut(options.json ? jsonSummary(summary) : humanSummary(summary));
         return told ? summary.exitCode : int(exitFailed);
     } catch (const GraphError& error) {

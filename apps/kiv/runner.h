@@ -10,6 +10,11 @@ struct RunOptions {
     double seconds = 0;  // end after that time; 0 = no such end
     bool status = false;  // a status line each second
     bool json = false;  // the summary as one JSON object
+    bool explain = false;  // what each link has negotiated
+    bool ledger = false;  // what every pool has held, at the end
+    bool stats = true;  // count frames where kiv top looks
+    std::string statsPath;  // Unix socket that hands out the statistics; "" for none
+    std::string dotFile, traceFile;  // "" for none
     bool check = false;  // only see whether the graph is understood
     bool trace = false;  // the nodes' own lines
 };

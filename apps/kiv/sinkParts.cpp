@@ -1,6 +1,8 @@
 // sinkParts.cpp - see sinkParts.h.
 #include "apps/kiv/sinkParts.h"
 
+#include <utility>
+
 #include "apps/kiv/text.h"
 
 static constexpr int drainMs = 2000;
@@ -124,6 +126,30 @@ void SendPart::afterPass(RunContext&)
 {
     if (connected_ && link_->sendFailed())
         peerGone(link_->reason(), stats());
+}
+
+// A peer that takes nothing for a second while something waits for it is said once, and
+// once more when it takes again.
+void SendPart::watch(RunContext& run)
+{
+    constexpr long long slowNs = 1'000'000'000;
+    if (!connected_)
+        return;
+    const wispStats now = link_->connection().stats();
+    const long long mark = now.sentBytes - now.queuedBytes;
+    if (mark != takenMark_ || (now.queuedBytes == 0 && now.waiting == 0)) {
+        if (std::exchange(slowSaid_, false))
+            run.note(text("%s: %s takes frames again, after %.1f s", place().c_str(), link_->connection().peerName(),
+                          double(nowNs() - takenNs_) / 1e9));
+        takenMark_ = mark;
+        takenNs_ = nowNs();
+    } else if (!slowSaid_ && nowNs() - takenNs_ >= slowNs) {
+        slowSaid_ = true;
+        run.note(text("%s: %s has taken nothing for %.1f s: %lld bytes are under way, %d newer frame waits, %lld were "
+                      "dropped",
+                      place().c_str(), link_->connection().peerName(), double(nowNs() - takenNs_) / 1e9,
+                      now.queuedBytes, now.waiting, now.dropped));
+    }
 }
 
 // The link stays with the node until the next one comes; nothing is sent on it.

@@ -68,9 +68,11 @@ public:
     PictureFormat configure(const PictureFormat& in, const Below&) override { return in; }
     void open(RunContext& run) override;
     void afterPass(RunContext& run) override;
+    void watch(RunContext& run) override;  // says when the peer takes nothing
     void close(RunContext& run) override;  // sends what waits, at most 2 s
     Counters counters() override;
     long long dropped() override { return stats().dropped; }
+    long long waiting() override { return connected_ ? link_->connection().stats().waiting : 0; }
     Tally* tally() override { return &tally_; }
 
 private:
@@ -93,5 +95,8 @@ private:
     std::unique_ptr<PeerLink> link_;
     bool connected_ = false;
     wispStats before_ = {};  // of all peers that have gone
+    long long takenMark_ = -1;  // what had gone out when the peer last took something
+    long long takenNs_ = 0;  // when that was
+    bool slowSaid_ = false;
     Tally tally_;
 };

@@ -1,6 +1,7 @@
 // sourceParts.cpp - see sourceParts.h.
 #include "apps/kiv/sourceParts.h"
 
+#include <algorithm>
 #include <cmath>
 #include <utility>
 
@@ -68,6 +69,12 @@ void MoviePart::afterPass(RunContext& run)
         return;
     unreadableSaid_ = true;
     run.failed(place() + ": the file does not hold a frame that its index names", false);
+}
+
+long long MoviePart::framesLeft()
+{
+    const long long over = movie_.framesPublished() + movie_.framesDropped() + movie_.skipped() + movie_.unreadable();
+    return movie_.loop ? -1 : std::max(0LL, movie_.numFrames + 1 - over);
 }
 
 Counters MoviePart::counters()

@@ -18,6 +18,7 @@ public:
     void afterPass(RunContext& run) override;
     Counters counters() override;
     long long dropped() override { return movie_.framesDropped() + movie_.skipped(); }
+    long long framesLeft() override;
 
 private:
     MovieSource movie_;

@@ -72,6 +72,9 @@ std::string humanSummary(const Summary& s)
             out += text("%s %lld %s", i == 0 ? "" : ",", node.counters[i].second, node.counters[i].first);
         out += "\n";
     }
+    for (const DropReport& drop : s.drops)
+        out += text("node %d '%s' dropped %lld frames, the first %.1f s after the beginning: %s\n", drop.number,
+                    drop.name.c_str(), drop.dropped, drop.sinceSeconds, drop.remedy);
     return out;
 }
 
@@ -98,6 +101,13 @@ std::string jsonSummary(const Summary& s)
                                 {"lost", pool.ledger.inUse},
                                 {"peak", pool.ledger.peak},
                                 {"allocated", pool.ledger.allocated}});
+    out["drops"] = ordered_json::array();
+    for (const DropReport& drop : s.drops)
+        out["drops"].push_back({{"node", drop.number},
+                                {"name", drop.name},
+                                {"dropped", drop.dropped},
+                                {"sinceSeconds", drop.sinceSeconds},
+                                {"remedy", drop.remedy}});
     out["errors"] = s.errors;
     out["exit"] = s.exitCode;
     return out.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";

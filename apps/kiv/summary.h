@@ -12,6 +12,15 @@ struct NodeSummary {
     Counters counters;
 };
 
+// A node that dropped frames, and what to do about it.
+struct DropReport {
+    int number;
+    std::string name;
+    long long dropped;
+    double sinceSeconds;  // after the beginning, to within half a second
+    const char* remedy;
+};
+
 struct Summary {
     long long frames = 0, bytes = 0, dropped = 0;
     double seconds = 0;  // from the first frame at the sink to the last
@@ -20,6 +29,7 @@ struct Summary {
     long long maxRssKb = 0;
     std::vector<NodeSummary> nodes;
     std::vector<PoolReport> pools;
+    std::vector<DropReport> drops;
     std::vector<std::string> errors;
     int exitCode = 0;
 };

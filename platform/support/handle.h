@@ -28,6 +28,7 @@ enum class HandleKind : unsigned {
     Track,
     Server,
     Drawable,
+    Stats,
 };
 
 inline HandleKind handleKind(const void* handle)

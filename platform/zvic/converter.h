@@ -62,7 +62,7 @@ private:
     void takeBuffer(std::unique_lock<std::mutex>& lock, ZVbuffer* out);
     int awaitPool(ZVbufferpool pool);
     int convert(ConvertEngine& engine, const Task& task);
-    void finish(const Task& task, bool good);
+    void finish(const Task& task, bool good, long long cpuNs);
     void dropOldest();
     void signal();
     void unsignal();

@@ -6,7 +6,9 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <ctime>
 #include <system_error>
+#include <utility>
 
 #include "platform/support/error.h"
 #include "platform/zv/internal.h"
@@ -32,6 +34,14 @@ public:
 private:
     sigset_t before_;
 };
+
+// CPU time of the calling thread.
+long long threadCpuNs()
+{
+    timespec time = {};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return (long long)(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+}
 
 }  // namespace
 
@@ -67,12 +77,14 @@ void Converter::work(ConvertEngine& engine)
 {
     pthread_setname_np(pthread_self(), "kiv-convert");
     Task task;
+    long long counted = 0;
     while (begin(&task)) {
         const bool good = convert(engine, task) == 0;
         bufferFree(task.in);
         if (!good && task.out != nullptr)
             bufferFree(task.out);
-        finish(task, good);
+        const long long cpu = threadCpuNs();
+        finish(task, good, cpu - std::exchange(counted, cpu));
     }
 }
 
@@ -158,7 +170,7 @@ int Converter::convert(ConvertEngine& engine, const Task& task)
 }
 
 // Makes the result known; the error of a failed one is this thread's last.
-void Converter::finish(const Task& task, bool good)
+void Converter::finish(const Task& task, bool good, long long cpuNs)
 {
     std::lock_guard lock(mutex_);
     Result& result = results_[size_t(task.sequence - firstResult_)];
@@ -169,6 +181,7 @@ void Converter::finish(const Task& task, bool good)
         snprintf(result.detail, sizeof result.detail, "%s", lastErrorDetail());
     }
     ++(good ? stats_.converted : stats_.failed);
+    stats_.cpuNs += cpuNs;
     --running_;
     const size_t readyBefore = ready_;
     while (ready_ < results_.size() && results_[ready_].done)

@@ -85,6 +85,7 @@ typedef struct ZVicStats {
     long long converted; /* good results */
     long long failed;    /* failed results */
     long long dropped;   /* images that gave way under ZV_IC_QUEUE_MAX */
+    long long cpuNs;     /* CPU time of its worker threads */
 } ZVicStats;
 KIV_API int zvICGetStats(ZVimageconverter ic, ZVicStats* stats);
 
