@@ -54,6 +54,7 @@ TEST_F(kivStatsTest, AnObserverStandsInEveryHopAndNobodyMissesIt)
 {
     Recorder recorder;
     const ZVbuffer buffer = pool.take();
+    log.clear();
     kivSetObserver(&recorder);
     root.propagate(buffer);
     EXPECT_THAT(recorder.hops, ElementsAre("root>left", "left>leaf", "root>right"));
