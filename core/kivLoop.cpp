@@ -35,7 +35,7 @@ struct Tree {
     std::vector<std::unique_ptr<kivChain>> chains;
 };
 
-unsigned long long now()
+unsigned long long clockNow()
 {
     unsigned long long ns = 0;
     zvGetUST(&ns);
@@ -58,8 +58,10 @@ struct kivLoop::State {
     int badFD = -1;
 
     void addBranch(Tree* tree, kivObj* head);
-    int gather(fd_set* set);
-    int wait(int maxFD, fd_set* set);
+    int pass(bool now);
+    int gather(fd_set* set, int maxFD);
+    int wait(int maxFD, fd_set* set, bool now);
+    unsigned long long deadline() const;
     int reportBadWait(int maxFD, const fd_set& set);
     void takeWake(const fd_set& ready);
     void callTimers();
@@ -174,27 +176,45 @@ int kivLoop::run()
 }
 
 // Loop thread. Returns 0; 5000 after a line when it cannot wait, and from a handler.
-int kivLoop::pass()
+int kivLoop::pass() { return state_->pass(false); }
+
+// Loop thread, never blocks. Returns as pass does.
+int kivLoop::passNow() { return state_->pass(true); }
+
+int kivLoop::State::pass(bool now)
 {
-    State& s = *state_;
-    if (s.running)
+    if (running)
         return kivErrChain;
     fd_set ready;
-    const int maxFD = s.gather(&ready);
-    if (s.wait(maxFD, &ready) < 0)
-        return s.reportBadWait(maxFD, ready);
+    FD_ZERO(&ready);
+    const int maxFD = gather(&ready, -1);
+    if (wait(maxFD, &ready, now) < 0)
+        return reportBadWait(maxFD, ready);
 
-    s.running = true;
-    s.takeWake(ready);
-    s.callTimers();
-    s.callWatches(ready);
-    s.serveChains(ready);
-    if (s.onPass)
-        s.onPass();
-    s.dropRemoved();
-    s.running = false;
+    running = true;
+    takeWake(ready);
+    callTimers();
+    callWatches(ready);
+    serveChains(ready);
+    if (onPass)
+        onPass();
+    dropRemoved();
+    running = false;
     return kivErrNone;
 }
+
+// Adds to the set; raises *maxFD. Loop thread. Returns 8 for null.
+int kivLoop::setFD(fd_set* fdSet, int* maxFD)
+{
+    if (fdSet == nullptr || maxFD == nullptr)
+        return kivErrParams;
+    *maxFD = state_->gather(fdSet, *maxFD);
+    return kivErrNone;
+}
+
+unsigned long long kivLoop::deadline() const { return state_->deadline(); }
+
+bool kivLoop::quitAsked() const { return state_->quitting.load(); }
 
 // A chain from `head` on, then one from each node beside its path.
 void kivLoop::State::addBranch(Tree* tree, kivObj* head)
@@ -208,12 +228,11 @@ void kivLoop::State::addBranch(Tree* tree, kivObj* head)
             addBranch(tree, other->obj);
 }
 
-// All descriptors to wait for; returns the highest.
-int kivLoop::State::gather(fd_set* set)
+// Adds all descriptors to wait for; returns the highest, at least `maxFD`.
+int kivLoop::State::gather(fd_set* set, int maxFD)
 {
-    FD_ZERO(set);
-    int maxFD = wakeFD.get();
-    kivFdAdd(maxFD, set);
+    kivFdAdd(wakeFD.get(), set);
+    maxFD = std::max(maxFD, wakeFD.get());
     for (kivChain* chain : chains)
         if (chain != nullptr)
             chain->setFD(set, &maxFD, 0);
@@ -224,17 +243,23 @@ int kivLoop::State::gather(fd_set* set)
     return maxFD;
 }
 
-// Blocks until a descriptor is ready or the next timer is due; negative on failure.
-int kivLoop::State::wait(int maxFD, fd_set* set)
+unsigned long long kivLoop::State::deadline() const
+{
+    return timers.empty() ? 0 : std::ranges::min(timers, {}, &Timer::deadline).deadline;
+}
+
+// Blocks until a descriptor is ready or the next timer is due, but not when what is due
+// `now` is all that counts; negative on failure.
+int kivLoop::State::wait(int maxFD, fd_set* set, bool now)
 {
     int numReady;
     do {
-        timeval timeout;
-        timeval* limit = nullptr;
-        if (!timers.empty()) {
-            const unsigned long long deadline = std::ranges::min(timers, {}, &Timer::deadline).deadline;
-            const unsigned long long t = now();
-            const unsigned long long left = deadline > t ? deadline - t : 0;
+        timeval timeout = {0, 0};
+        timeval* limit = now ? &timeout : nullptr;
+        if (!timers.empty() && !now) {
+            const unsigned long long next = deadline();
+            const unsigned long long t = clockNow();
+            const unsigned long long left = next > t ? next - t : 0;
             const unsigned long long us = left / 1000 + (left % 1000 != 0);  // never early
             timeout = {time_t(us / 1000000), suseconds_t(us % 1000000)};
             limit = &timeout;
@@ -272,7 +297,7 @@ void kivLoop::State::callTimers()
     if (timers.empty())
         return;
     const int newest = lastTimer;
-    const unsigned long long t = now();
+    const unsigned long long t = clockNow();
     for (;;) {
         const auto due = std::ranges::find_if(
             timers, [&](const Timer& timer) { return timer.id <= newest && timer.deadline <= t; });

@@ -42,6 +42,13 @@ public:
     int run();  // passes until quit; 0, or the id of a failed wait
     int pass();  // one pass: waits until something is due
 
+    // For a loop of another kind, a window's, that makes the passes: what the next one
+    // waits for, and whether quit was asked for. What a pass has changed is known after it.
+    int setFD(fd_set* fdSet, int* maxFD);
+    unsigned long long deadline() const;  // of the next timer, ns; 0 = none
+    int passNow();  // one pass with what is due: waits for nothing
+    bool quitAsked() const;  // since run last returned
+
     // Any thread and any signal handler.
     void quit();  // ends run before the next chain is served; asked for before run, that returns at once
     void wake();  // makes the loop serve its chains now, for nodes that have no descriptor

@@ -196,7 +196,7 @@ void scratchWindow::eventLoop()
 void scratchWindow::addInput(int fd, XtInputCallbackProc func, void* data)
 {
     if (windowValid)
-        XtAppAddInput(appCtx, fd, reinterpret_cast<XtPointer>(XtInputReadMask), func, data);
+        inputs.emplace_back(fd, XtAppAddInput(appCtx, fd, reinterpret_cast<XtPointer>(XtInputReadMask), func, data));
 }
 
 int scratchWindow::isValid() { return windowValid; }
@@ -221,6 +221,15 @@ bool scratchWindow::handleEvents()
     while (!XtAppGetExitFlag(appCtx) && (XtAppPending(appCtx) & mine) != 0)
         XtAppProcessEvent(appCtx, mine);
     return !XtAppGetExitFlag(appCtx) && hasServer();
+}
+
+void scratchWindow::removeInput(int fd)
+{
+    std::erase_if(inputs, [fd](const auto& input) {
+        if (input.first == fd)
+            XtRemoveInput(input.second);
+        return input.first == fd;
+    });
 }
 
 void scratchWindow::endLoop()

@@ -4,6 +4,9 @@
 #include <GL/glx.h>
 #include <X11/Intrinsic.h>
 
+#include <utility>
+#include <vector>
+
 #include "platform/api.h"
 
 // Loop-bound: everything runs on the thread that created the window.
@@ -55,6 +58,7 @@ public:
     // was drawn or asked: such a loop calls this after each of its passes. False once the
     // window is closed or its server is gone.
     bool handleEvents();
+    void removeInput(int fd);  // all that addInput has added for it
     void endLoop();  // as closing the window does
     bool hasServer();  // false: the X server is gone, or there never was one
 
@@ -71,5 +75,6 @@ private:
     Widget topLevel = nullptr;
     Widget frame = nullptr;
     Widget glArea = nullptr;
+    std::vector<std::pair<int, XtInputId>> inputs;
     struct Loss* loss = nullptr;  // what happens when the server goes; stays with the widgets
 };

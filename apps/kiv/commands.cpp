@@ -6,13 +6,14 @@
 #include "apps/kiv/help.h"
 #include "apps/kiv/inspect.h"
 #include "apps/kiv/man.h"
+#include "apps/kiv/play.h"
 #include "apps/kiv/probe.h"
 #include "apps/kiv/runCommand.h"
 #include "apps/kiv/top.h"
 
 static constexpr const CommandKind* kinds[] = {
-    &runCommand,     &demoCommand, &topCommand,        &inspectCommand, &probeCommand,
-    &devicesCommand, &manCommand,  &completionCommand, &helpCommand,
+    &runCommand,   &playCommand,    &demoCommand, &topCommand,        &inspectCommand,
+    &probeCommand, &devicesCommand, &manCommand,  &completionCommand, &helpCommand,
 };
 
 std::span<const CommandKind* const> commandKinds() { return kinds; }

@@ -42,6 +42,8 @@ int DisplayPart::Node::receive(ZVbuffer inBuffer)
     if (!isStarted() || !part_.run_->wantsFrame(part_.tally_))
         return kivErrNone;
     part_.tally_.count(inBuffer);
+    if (frozen)
+        return kivErrNone;
     const int err = show(inBuffer);
     if (err != kivErrNone)
         return err;

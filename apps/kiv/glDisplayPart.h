@@ -20,6 +20,7 @@ public:
     Counters counters() override { return {{"received", tally_.frames}, {"shown", display_.shown}}; }
     Tally* tally() override { return &tally_; }
 
+    void freeze(bool on) { display_.frozen = on; }  // frames are taken, but the picture stays
     scratchWindow* window() { return window_; }  // null before open, and when there is none
 
 private:
@@ -36,6 +37,7 @@ private:
         void letGo();
 
         bool interlaced = false;
+        bool frozen = false;
         long long shown = 0;  // pictures, or pairs of fields
 
     private:

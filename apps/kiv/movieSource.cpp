@@ -16,7 +16,7 @@ MovieSource::~MovieSource() { endReader(); }
 int MovieSource::getImageFrameTime(long long)
 {
     const int index = nextIndex();
-    if (index < 0)
+    if (index < 0 || !kivShared(isPlaying).load())  // paused while it waited: the picture stands still
         return kivErrFrameNotYet;
 
     last_ = index;
@@ -61,6 +61,8 @@ int MovieSource::indexByClock()
     const double perFrame = 1e9 / (frameRate * timeScale);
     const double start = double(kivShared(startTime).load());
     long long due = (long long)((double(nowNs()) - start) / perFrame);
+    if (restarted_.exchange(false))
+        clock_ = due + 1;
     if (!loop && clock_ >= length) {
         finish();
         return -1;

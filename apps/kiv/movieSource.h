@@ -1,6 +1,8 @@
 // movieSource.h - a movie's frames at their rate, or each exactly once.
 #pragma once
 
+#include <atomic>
+
 #include "apps/kiv/eventFd.h"
 #include "movie/kivMovieInCompressed.h"
 
@@ -19,6 +21,9 @@ public:
     long long skipped();  // frames whose time had passed
     long long unreadable();  // frames that the file does not hold whole; they are left out
 
+    // After a pause and gotoFrame: the frame after the current one is the next, at its time.
+    void restartClock() { restarted_.store(true); }
+
     bool every = false;  // each frame once; else the clock decides, and late ones are left out
     bool loop = false;  // begin again at the end
 
@@ -29,6 +34,7 @@ private:
     void finish();  // reader
 
     EventFd ended_;
+    std::atomic<bool> restarted_{false};
     int last_ = -1;  // reader: index that was read last
     long long clock_ = 0;  // reader: frame due next, counted through all rounds of a loop
     long long skipped_ = 0;  // reader writes

@@ -229,7 +229,7 @@ Summary Runner::run()
     loop_.setPassHandler([this] { afterPass(); });
     if (options_.status)
         loop_.addTimer((unsigned long long)(nowNs() + secondNs), [this] { showStatus(); });
-    if (!quitting_ && loop_.run() != kivErrNone)
+    if (!quitting_ && (options_.drive ? options_.drive(loop_, graph_) : loop_.run()) != kivErrNone)
         failed("the loop cannot wait", true);
 
     clearStatus();

@@ -1,7 +1,11 @@
 // runner.h - builds a graph from its text and runs it to its end.
 #pragma once
 
+#include <functional>
 #include <string>
+
+class Graph;
+class kivLoop;
 
 struct RunOptions {
     std::string graph;  // its text
@@ -17,6 +21,9 @@ struct RunOptions {
     std::string dotFile, traceFile;  // "" for none
     bool check = false;  // only see whether the graph is understood
     bool trace = false;  // the nodes' own lines
+    // Makes the loop's passes until it is to quit; 0, or the id of what failed. Without it the
+    // loop does so itself.
+    std::function<int(kivLoop&, Graph&)> drive;
 };
 
 // Runs the graph; prints the summary to standard output, all else to standard error.
