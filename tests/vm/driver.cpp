@@ -47,6 +47,11 @@ int refuse(int error)
     return -1;
 }
 
+bool isCapture(const v4l2_buffer& buffer)
+{
+    return buffer.type == V4L2_BUF_TYPE_VIDEO_CAPTURE || buffer.type == V4L2_BUF_TYPE_VIDEO_CAPTURE_MPLANE;
+}
+
 // Something of the driver's own of that size, called MJPG.
 int setJpegFormat(int fd, v4l2_format& format)
 {
@@ -87,6 +92,7 @@ extern "C" __attribute__((visibility("default"))) int ioctl(int fd, unsigned lon
         return refuse(hand.failure);
     }
     static std::atomic<bool> isJpeg{false};
+    static std::atomic<int> captureQueued{0};  // buffers that the driver may fill
     if (request == VIDIOC_S_PARM && hand.rateNeedsJpeg && !isJpeg)
         return 0;
     if (request == VIDIOC_S_FMT) {
@@ -102,7 +108,10 @@ extern "C" __attribute__((visibility("default"))) int ioctl(int fd, unsigned lon
     if (request == VIDIOC_REQBUFS && hand.refuseUserPointers
         && static_cast<v4l2_requestbuffers*>(argument)->memory == V4L2_MEMORY_USERPTR)
         return refuse(EINVAL);
+    if (request == VIDIOC_STREAMOFF)
+        captureQueued = 0;
     if (request == VIDIOC_QBUF) {
+        captureQueued += isCapture(*static_cast<v4l2_buffer*>(argument));
         const auto memory = static_cast<v4l2_buffer*>(argument)->memory;
         std::lock_guard lock(countLock);
         hand.queuedUserPointers += memory == V4L2_MEMORY_USERPTR;
@@ -114,6 +123,7 @@ extern "C" __attribute__((visibility("default"))) int ioctl(int fd, unsigned lon
         auto& done = *static_cast<v4l2_buffer*>(argument);
         std::lock_guard lock(countLock);
         hand.fields.push_back(done.field);
+        hand.starved += isCapture(done) && --captureQueued < 2;
         if (!hand.jpegs.empty() && done.type == V4L2_BUF_TYPE_VIDEO_CAPTURE)
             fillInJpeg(fd, done);
     }

@@ -34,6 +34,7 @@ struct DriverHand {
     int queuedUserPointers = 0;
     int queuedMapped = 0;
     int queuedShared = 0;
+    int starved = 0;  // pictures taken back while the driver had less than two more: not given back at once
     std::vector<uint32_t> fields;  // of the buffers taken back; read it after the transfer
 };
 extern DriverHand hand;

@@ -330,6 +330,8 @@ bool V4l2Capture::serve(bool broken)
         any = true;
         if (done.index >= 0 && done.index < numSlots_ && slots_[done.index].queued)
             deliver(done);
+        if (!refill())  // at once: when several are done, the driver has none left to fill
+            events_->happened(KPTransferError, 1);
     }
     if (errno == EAGAIN && (any || !broken))
         return true;
