@@ -9,8 +9,13 @@
 #include <string>
 #include <vector>
 
+#ifdef KIV_ROAD_720
+constexpr int roadWidth = 1280;
+constexpr int roadHeight = 720;
+#else
 constexpr int roadWidth = 1920;
 constexpr int roadHeight = 1080;
+#endif
 constexpr int roadFrameBytes = roadWidth * roadHeight * 2;
 constexpr int roadQuality = 75;
 
