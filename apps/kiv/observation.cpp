@@ -18,14 +18,23 @@ void Observation::begin(RunContext& run)
     if (!options_.statsPath.empty() && feed_ && feed_->page() != nullptr)
         if (wrong = door_.open(run.loop(), options_.statsPath, feed_->page()); !wrong.empty())
             run.failed("--stats " + options_.statsPath + ": " + wrong, true);
-    if (!options_.dotFile.empty())
-        if (wrong = writeDot(options_.dotFile, dotOf(graph_, feed_ ? &*feed_ : nullptr)); !wrong.empty())
-            run.failed("--dot " + options_.dotFile + ": " + wrong, true);
+    drawn_ = draw(run, true);
     if (options_.traceFile.empty())
         return;
     tracer_.emplace(graph_, feed_ ? feed_->observer() : nullptr);
     if (wrong = tracer_->open(options_.traceFile); !wrong.empty())
         run.failed("--trace-file " + options_.traceFile + ": " + wrong, true);
+}
+
+// True when there is a picture now.
+bool Observation::draw(RunContext& run, bool fatal)
+{
+    if (options_.dotFile.empty())
+        return false;
+    const std::string wrong = writeDot(options_.dotFile, dotOf(graph_, feed_ ? &*feed_ : nullptr));
+    if (!wrong.empty())
+        run.failed("--dot " + options_.dotFile + ": " + wrong, fatal);
+    return wrong.empty();
 }
 
 void Observation::sample()
@@ -46,10 +55,8 @@ void Observation::end(RunContext& run, Summary* summary)
             summary->drops.push_back({part->nodeText().number, part->nodeText().title(), dropped,
                                       double(firstDropNs_[part.get()] - beganNs_) / 1e9,
                                       part->nodeText().kind->whenDropping});
-    if (!options_.dotFile.empty())
-        if (const std::string wrong = writeDot(options_.dotFile, dotOf(graph_, feed_ ? &*feed_ : nullptr));
-            !wrong.empty())
-            run.failed("--dot " + options_.dotFile + ": " + wrong, false);
+    if (drawn_)
+        draw(run, false);
     if (tracer_)
         if (const std::string wrong = tracer_->close(); !wrong.empty())
             run.failed("--trace-file " + options_.traceFile + ": " + wrong, false);

@@ -22,11 +22,14 @@ public:
     void end(RunContext& run, Summary* summary);
 
 private:
+    bool draw(RunContext& run, bool fatal);
+
     const RunOptions& options_;
     Graph& graph_;
     std::optional<StatsFeed> feed_;
     std::optional<Tracer> tracer_;
     StatsDoor door_;
+    bool drawn_ = false;  // --dot has worked once
     std::map<const GraphPart*, long long> firstDropNs_;
     long long beganNs_ = 0;
 };

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <set>
 
+#include "apps/kiv/colour.h"
 #include "apps/kiv/endSignals.h"
 #include "apps/kiv/graph.h"
 #include "apps/kiv/observation.h"
@@ -268,7 +269,9 @@ int runGraph(const RunOptions& options)
         const bool told = printOut(options.json ? jsonSummary(summary) : humanSummary(summary));
         return told ? summary.exitCode : int(exitFailed);
     } catch (const GraphError& error) {
-        say("%s", error.describe(options.graph, options.source, 5).c_str());
+        const std::string two = error.describe(options.graph, options.source, 5);
+        const size_t mark = two.find('^', two.find('\n'));
+        say("%s%s", two.substr(0, mark).c_str(), warning(two.substr(mark)).c_str());
         return exitUsage;
     }
 }

@@ -181,10 +181,11 @@ int TopCommand::follow(STATSpage page)
     for (long long i = 0; count_ == 0 || i < count_; ++i) {
         const bool ended = threadPoll(signals.fd(), (unsigned long long)(nowNs() + (long long)(seconds * 1e9)))
             != THREAD_POLL_TIMEOUT;
+        const bool gone = kill(before.info.pid, 0) != 0;  // asked first: the last numbers are still to be shown
         const Snapshot now = take(page);
         if (!printOut((clear ? "\033[H\033[2J" : "") + (json_ ? json(before, now) : table(before, now))))
             return exitFailed;
-        if (ended || kill(now.info.pid, 0) != 0)
+        if (ended || gone || now.info.ended != 0)
             break;
         before = now;
     }

@@ -35,7 +35,12 @@ StatsPage::StatsPage(UniqueFd fd, void* memory, size_t bytes, bool own)
 {
 }
 
-StatsPage::~StatsPage() { munmap(head_, bytes_); }
+StatsPage::~StatsPage()
+{
+    if (own_)
+        __atomic_store_n(&head_->ended, 1, __ATOMIC_RELEASE);
+    munmap(head_, bytes_);
+}
 
 std::unique_ptr<StatsPage> StatsPage::create(const char* title, int maxNodes)
 {
@@ -127,6 +132,7 @@ int StatsPage::update(long long nowNs, long long cpuNs)
 int StatsPage::info(STATSinfo* info) const
 {
     copyText(info->title, head_->title);
+    info->ended = __atomic_load_n(&head_->ended, __ATOMIC_ACQUIRE) != 0;
     info->pid = head_->pid;
     info->nodes = nodes();
     info->startedNs = head_->startedNs;

@@ -19,6 +19,7 @@ struct StatsHead {
     int pid;
     char title[STATS_TEXT_MAX];
     int nodes;  // atomic: records that are complete
+    int ended;  // atomic: the owner counts no more
     long long startedNs;
     long long updatedNs;  // atomic
     long long cpuNs;  // atomic

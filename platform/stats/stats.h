@@ -44,6 +44,7 @@ typedef struct STATSnode {
 } STATSnode;
 
 typedef struct STATSinfo {
+    int ended; /* 1: the owner has closed the page, and the numbers are the last */
     char title[STATS_TEXT_MAX];
     int pid;
     int nodes;

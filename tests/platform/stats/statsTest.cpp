@@ -102,8 +102,13 @@ TEST_F(stats, DoesNotBelieveAStrangersPage)
     EXPECT_EQ(statsOpenFD(statsGetFD(page), &again), -1) << "another mark";
     bytes[0] ^= 1;
     munmap(bytes, 4096);
+    EXPECT_EQ(info.ended, 0);
+    EXPECT_EQ(statsClose(page), 0);
+    EXPECT_EQ(statsGetInfo(seen, &info), 0);
+    EXPECT_EQ(info.ended, 1) << "the last numbers stay with who looks";
     EXPECT_EQ(statsClose(seen), 0);
     EXPECT_EQ(statsClose(seen), -1);
+    ASSERT_EQ(statsCreate("another", 1, &page), 0);
 }
 
 TEST(statsAges, ClassesAreAQuarterOfADoublingWide)
