@@ -3,6 +3,7 @@
 #include "apps/kiv/checkPart.h"
 #include "apps/kiv/filterParts.h"
 #include "apps/kiv/glDisplayPart.h"
+#include "apps/kiv/glMoviePart.h"
 #include "apps/kiv/glTransPart.h"
 #include "apps/kiv/grammar.h"
 #include "apps/kiv/sinkParts.h"
@@ -229,8 +230,8 @@ constexpr NodeKind nullKind = {
 };
 
 constexpr const NodeKind* kinds[] = {
-    &movieKind, &recvKind,     &videoKind, &jpegdecKind, &jpegencKind, &convertKind,    &fileKind,
-    &sendKind,  &videooutKind, &checkKind, &nullKind,    &displayKind, &pixeltransKind, &snapshotKind,
+    &movieKind,    &recvKind,  &videoKind, &jpegdecKind, &jpegencKind, &convertKind,    &fileKind,     &sendKind,
+    &videooutKind, &checkKind, &nullKind,  &movieglKind, &displayKind, &pixeltransKind, &snapshotKind,
 };
 
 }  // namespace

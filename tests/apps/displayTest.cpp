@@ -110,6 +110,33 @@ TEST_F(display, PixelTransferIsWithinOneOfTheClosedForm)
             ASSERT_LE(apart(plain[i].pixels[p], transferred[i].pixels[p]), 1) << "picture " << i << ", pixel " << p;
 }
 
+// Decoded by ffmpeg, which draws nothing.
+TEST_F(display, RenderedMovieShowsEachFrameWhereItIsAskedFor)
+{
+    for (int n = 0; n < 2; ++n)
+        shell("ffmpeg -v error -y -i " + clip + " -vf select='eq(n\\," + std::to_string(n)
+              + ")' -frames:v 1 -sws_flags "
+                "accurate_rnd+full_chroma_int+neighbor -pix_fmt rgb24 "
+              + folder / "ref" + std::to_string(n + 1) + ".png");
+    Program kiv(
+        {"run", "--json", "moviegl " + clip + " every offset=8,4 ! ( snapshot " + folder / "gl%d.png" + ", display )"});
+    EXPECT_EQ(kiv.wait(), 0) << kiv.err;
+    EXPECT_EQ(kiv.summary()["frames"], 4);
+    for (const char* n : {"1", "2"}) {
+        const PngPicture reference = readPng(folder / "ref" + n + ".png"), drawn = readPng(folder / "gl" + n + ".png");
+        int wrong = 0;
+        for (int y = 0; y < 48; ++y)
+            for (int x = 0; x < 64; ++x)
+                wrong += apart(drawn.at(x, y), x < 8 || y < 4 ? 0 : reference.at(x - 8, y - 4)) > 2;
+        EXPECT_EQ(wrong, 0) << "frame " << n;
+    }
+    Program looped({"run", "moviegl " + clip + " loop zoom=0.5,2 ! null", "--frames", "10"});
+    EXPECT_EQ(looped.wait(), 0) << looped.err;
+    Program misplaced({"run", "moviegl " + clip + " offset=3 ! null"});
+    EXPECT_EQ(misplaced.wait(), 2);
+    EXPECT_THAT(misplaced.err, HasSubstr("node 1 'moviegl': offset '3' must be X,Y"));
+}
+
 TEST_F(display, ShowsTwoWindowsAndSnapshotsAtOnce)
 {
     XPeer peer;
