@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstring>
 #include <deque>
+#include <iterator>
 #include <utility>
 #include <vector>
 
@@ -47,7 +48,8 @@ unsigned long long clockNow()
 struct kivLoop::State {
     std::vector<kivChain*> chains;  // null once removed, until the pass ends
     std::vector<Tree> trees;
-    std::vector<Tree> removedTrees;  // kept until the pass ends
+    std::vector<std::unique_ptr<kivChain>> removedChains;  // kept until the pass ends
+    std::vector<std::unique_ptr<kivChain>> spareChains;  // for the next tree: a chain leaves its name behind
     std::deque<Watch> watches;  // a deque: a running handler stays where it is while others are added
     std::vector<Timer> timers;  // few: a scan finds the next one
     std::function<void()> onPass;
@@ -110,7 +112,7 @@ int kivLoop::removeTree(kivObj* root)
         return kivErrParams;
     for (const auto& chain : tree->chains)
         removeChain(chain.get());
-    state_->removedTrees.push_back(std::move(*tree));
+    std::ranges::move(tree->chains, std::back_inserter(state_->removedChains));
     state_->trees.erase(tree);
     return kivErrNone;
 }
@@ -219,7 +221,10 @@ bool kivLoop::quitAsked() const { return state_->quitting.load(); }
 // A chain from `head` on, then one from each node beside its path.
 void kivLoop::State::addBranch(Tree* tree, kivObj* head)
 {
-    tree->chains.push_back(std::make_unique<kivChain>());
+    if (spareChains.empty())
+        spareChains.push_back(std::make_unique<kivChain>());
+    tree->chains.push_back(std::move(spareChains.back()));
+    spareChains.pop_back();
     kivChain* chain = tree->chains.back().get();
     chain->setChain(head);
     chains.push_back(chain);
@@ -341,6 +346,7 @@ void kivLoop::State::serveChains(fd_set ready)
 void kivLoop::State::dropRemoved()
 {
     std::erase(chains, nullptr);
-    removedTrees.clear();
+    std::ranges::move(removedChains, std::back_inserter(spareChains));
+    removedChains.clear();
     std::erase_if(watches, [](const Watch& watch) { return watch.fd < 0; });
 }

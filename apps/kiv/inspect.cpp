@@ -17,10 +17,13 @@ using Json = nlohmann::ordered_json;
 // The text of an id without what makes a fatal one end the process.
 std::string errorText(int id)
 {
+    std::string words = noErrorMsg;
     for (int i = 0; i < numKivErrors; ++i)
         if (kivErrors[i].errorID == id)
-            return kivErrors[i].errorString;
-    return noErrorMsg;
+            words = kivErrors[i].errorString;
+    while (words.ends_with('\n'))
+        words.pop_back();
+    return words;
 }
 
 std::vector<std::string> namesThat(bool (*fits)(const NodeKind& other, const NodeKind& kind), const NodeKind& kind)

@@ -87,7 +87,7 @@ TEST(commands, CompletionCompletesInBash)
 
 TEST(commands, EveryCommandHasHelpWithExamples)
 {
-    for (const char* command : {"run", "demo", "inspect", "probe", "devices", "man", "completion", "help"}) {
+    for (const char* command : {"run", "demo", "top", "inspect", "probe", "devices", "man", "completion", "help"}) {
         const std::string help = shell(std::string(KIV_PROGRAM " ") + command + " --help");
         EXPECT_THAT(help, HasSubstr("Usage: kiv " + std::string(command)));
         EXPECT_THAT(help, HasSubstr("Examples:\n  "));

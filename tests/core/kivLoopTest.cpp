@@ -129,6 +129,16 @@ TEST_F(kivLoopTest, ServesEveryNodeOfATreeOnce)
     loop.pass();
     EXPECT_EQ(served(log).back(), "root") << "a tree that was taken away is not served on";
     EXPECT_EQ(loop.removeTree(&root), 8);
+
+    // Taken away and added again for ever, as where peers come and go, it leaves nothing behind.
+    const int kept = kivObj::keptBlocks();
+    for (int i = 0; i < 100; ++i) {
+        loop.addTree(&root);
+        loop.removeTree(&root);
+        loop.wake();
+        loop.pass();
+    }
+    EXPECT_EQ(kivObj::keptBlocks(), kept);
 }
 
 TEST_F(kivLoopTest, DoesNotWaitForWhatNobodyServes)
