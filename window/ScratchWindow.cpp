@@ -8,6 +8,7 @@
 #include <Xm/Protocols.h>
 #include <Xm/Xm.h>
 #include <sys/eventfd.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cassert>
@@ -85,6 +86,9 @@ scratchWindow::scratchWindow(int width, int height, int* argc, char** argv) : wi
     if (!openWindow()) {
         kiv::forgetServer(XtDisplay(topLevel));
         XtDestroyApplicationContext(appCtx);  // and with it the connection and all widgets
+        close(loss->wakeFD);
+        delete loss;
+        loss = nullptr;
         return;
     }
     clear();

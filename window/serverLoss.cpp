@@ -35,7 +35,7 @@ int connectionBroken(Display* display)
     }
     if (others != nullptr)
         return others(display);
-    kivPrintError("the X server '%s' is gone\n", XDisplayString(display));
+    kivPrintError("X server %s is gone\n", XDisplayString(display));
     return 0;
 }
 

@@ -141,6 +141,43 @@ TEST_F(kivLoopTest, ServesEveryNodeOfATreeOnce)
     EXPECT_EQ(kivObj::keptBlocks(), kept);
 }
 
+// As a window's loop uses it: that one waits, this one makes the passes.
+TEST_F(kivLoopTest, TellsAnotherLoopWhatItWaitsFor)
+{
+    PipeNode node(log, "node");
+    link(first, node);
+    loop.passNow();  // with nothing to do it does not wait
+    EXPECT_EQ(served(log).size(), 0U);
+
+    const unsigned long long soon = later(1);
+    int due = 0;
+    loop.addTimer(later(60000), [] {});
+    loop.addTimer(soon, [&] { ++due; });
+    EXPECT_EQ(loop.deadline(), soon);
+    fd_set waited;
+    FD_ZERO(&waited);
+    int top = -1;
+    EXPECT_EQ(loop.setFD(&waited, &top), 0);
+    EXPECT_TRUE(FD_ISSET(node.fd, &waited));
+    EXPECT_GE(top, node.fd);
+    EXPECT_EQ(loop.setFD(nullptr, &top), kivErrParams);
+
+    node.put(1);
+    loop.passNow();
+    EXPECT_THAT(served(log), ElementsAre("node"));
+    while (due == 0)
+        loop.passNow();
+    EXPECT_GT(loop.deadline(), soon);
+    EXPECT_FALSE(loop.quitAsked());
+    loop.wake();
+    FD_ZERO(&waited);
+    loop.setFD(&waited, &top);
+    timeval none = {0, 0};
+    EXPECT_GE(select(top + 1, &waited, nullptr, nullptr, &none), 1) << "a wake-up is among it";
+    loop.quit();
+    EXPECT_TRUE(loop.quitAsked());
+}
+
 TEST_F(kivLoopTest, DoesNotWaitForWhatNobodyServes)
 {
     PipeNode a(log, "A"), beside(log, "beside", 1), below(log, "below", 1);

@@ -296,7 +296,7 @@ TEST(ScratchWindow, OutlivesItsServer)
         server.end();
         window->eventLoop();
     });
-    EXPECT_EQ(printed.err, "the X server '" + server.name() + "' is gone\n");
+    EXPECT_EQ(printed.err, "X server " + server.name() + " is gone\n");
     EXPECT_FALSE(window->hasServer());
     EXPECT_FALSE(window->handleEvents());
     window.reset();
