@@ -16,12 +16,11 @@ size_t columns(const std::string& bytes)
     return size_t(std::ranges::count_if(bytes, [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
 }
 
-std::string printable(std::string line)
+// A message may quote what was written, of any length and with line breaks in quotes.
+std::string oneLine(const std::string& message)
 {
-    for (char& c : line)
-        if (static_cast<unsigned char>(c) < ' ' || c == '\x7f')
-            c = ' ';
-    return line;
+    constexpr size_t longest = 400;
+    return printable(message.size() <= longest ? message : message.substr(0, longest) + "...");
 }
 
 }  // namespace
@@ -29,11 +28,11 @@ std::string printable(std::string line)
 GraphError::GraphError(const NodeText& node, const std::string& message) : GraphError(node, node.where, message) { }
 
 GraphError::GraphError(const NodeText& node, Span where, const std::string& message)
-    : message_(node.place() + ": " + message), where_(where)
+    : message_(oneLine(node.place() + ": " + message)), where_(where)
 {
 }
 
-GraphError::GraphError(Span where, const std::string& message) : message_(message), where_(where) { }
+GraphError::GraphError(Span where, const std::string& message) : message_(oneLine(message)), where_(where) { }
 
 std::string GraphError::describe(const std::string& graph, const std::string& source, int indent) const
 {

@@ -27,6 +27,16 @@ static long long droppedIn(Graph& graph)
     return dropped;
 }
 
+// Where most of them were: " at 2 jpegenc".
+static std::string dropPlace(Graph& graph)
+{
+    const auto& parts = graph.parts();
+    const auto most = std::ranges::max_element(parts, {}, [](const auto& part) { return part->dropped(); });
+    if ((*most)->dropped() == 0)
+        return "";
+    return text(" at %d %s", (*most)->nodeText().number, (*most)->nodeText().title().c_str());
+}
+
 Summary summarise(Graph& graph)
 {
     Summary s;
@@ -73,8 +83,8 @@ std::string humanSummary(const Summary& s)
         out += "\n";
     }
     for (const DropReport& drop : s.drops)
-        out += text("node %d '%s' dropped %lld frames, the first %.1f s after the beginning: %s\n", drop.number,
-                    drop.name.c_str(), drop.dropped, drop.sinceSeconds, drop.remedy);
+        out += text("node %d '%s' dropped %lld frame%s, the first %.1f s after the beginning: %s\n", drop.number,
+                    drop.name.c_str(), drop.dropped, drop.dropped == 1 ? "" : "s", drop.sinceSeconds, drop.remedy);
     return out;
 }
 
@@ -119,9 +129,9 @@ std::string StatusLine::next(Graph& graph, double seconds)
     const long long now = nowNs();
     const double passed = ns_ != 0 ? double(now - ns_) / 1e9 : 1.0;
     std::string line
-        = text("%5.0f s  %lld frames  %.1f/s  %.1f MB/s  %lld dropped  %s", seconds, tally.frames,
+        = text("%5.0f s  %lld frames  %.1f/s  %.1f MB/s  %lld dropped%s  %s", seconds, tally.frames,
                double(tally.frames - frames_) / passed, double(tally.bytes - bytes_) / 1e6 / passed, droppedIn(graph),
-               latency(tally.recent.percentileMs(50), tally.recent.percentileMs(99)).c_str());
+               dropPlace(graph).c_str(), latency(tally.recent.percentileMs(50), tally.recent.percentileMs(99)).c_str());
     for (GraphPart* sink : graph.sinks())
         sink->tally()->recent = {};
     frames_ = tally.frames;

@@ -47,6 +47,14 @@ bool printOut(const std::string& words)
     return false;
 }
 
+std::string printable(std::string words)
+{
+    for (char& c : words)
+        if (static_cast<unsigned char>(c) < ' ' || c == '\x7f')
+            c = ' ';
+    return words;
+}
+
 std::string serviceError()
 {
     char detail[ZV_ERROR_DETAIL_MAX] = "";

@@ -12,5 +12,8 @@ void say(const char* format, ...) __attribute__((format(printf, 1, 2)));
 // Words to standard output. False, after a line, when they cannot be written.
 bool printOut(const std::string& words);
 
+// The words with blanks for line breaks and whatever else would move a terminal's cursor.
+std::string printable(std::string words);
+
 // What the last failed call of a service on this thread said, detail first.
 std::string serviceError();

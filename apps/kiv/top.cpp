@@ -102,7 +102,7 @@ std::string table(const Snapshot& before, const Snapshot& now)
     const double since = double(now.ns - now.info.startedNs) / 1e9;
     const double quiet = double(now.ns - now.info.updatedNs) / 1e9;
     std::string out = text("kiv %d, %.0f s, CPU %.0f %%: ", now.info.pid, since, processCpu(before, now));
-    out += std::string(now.info.title) + "\n";
+    out += printable(now.info.title) + "\n";
     if (quiet > 2)
         out += text("its loop has not turned for %.0f s: a sink that blocks?\n", quiet);
     out += bold(text("%3s %-20s %10s %8s %8s %5s %7s %9s %9s %6s  %s", "", "node", "frames", "rate/s", "dropped",
@@ -111,10 +111,10 @@ std::string table(const Snapshot& before, const Snapshot& now)
     for (const Row& row : rowsOf(before, now)) {
         const std::string title = row.name == row.kind ? row.kind : row.name + "=" + row.kind;
         const std::string pool = row.poolBuffers > 0 ? text("%lld/%lld", row.poolInUse, row.poolBuffers) : "-";
-        out += text("%3d %-20s %10lld %8.1f %8lld %5lld %7s %9s %9s %6.1f  %s\n", row.number, title.c_str(),
+        out += text("%3d %-20s %10lld %8.1f %8lld %5lld %7s %9s %9s %6.1f  %s\n", row.number, printable(title).c_str(),
                     row.parent < 0 ? row.out : row.in, row.rate, row.dropped, row.waiting, pool.c_str(),
                     milliseconds(row.p50Ms).c_str(), milliseconds(row.p99Ms).c_str(), row.cpuPercent,
-                    row.format.c_str());
+                    printable(row.format).c_str());
     }
     return out;
 }

@@ -4,7 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <random>
 
 #include "apps/kiv/link.h"
 #include "apps/kiv/values.h"
@@ -185,6 +187,37 @@ TEST(graphText, CountsLinesAndColumnsAndShortensLongLines)
     const std::string cut = describe("video ! " + filters + "nul", 0);
     EXPECT_LT(cut.find('\n'), 100u);
     EXPECT_THAT(cut.substr(0, cut.find('\n')), EndsWith("! nul"));
+}
+
+// Whatever stands in a text, it is a graph or one error of two lines that point into it.
+TEST(graphText, AnyTextIsAGraphOrAnError)
+{
+    static const char* const pieces[]
+        = {"video",       "null",        "jpegenc",    "jpegdec",  "! ", " !",         "(",
+           ")",           ",",           ";",          " ",        "\n", "a=",         "size=",
+           "64x48",       "quality=80%", "'",          "\"",       "#",  ":",          "=",
+           "\xc3\xa4",    "\xff",        "rate=29.97", "seconds=", "1m", "file x.y4m", "send tcp://h:1",
+           "99999999999", "-",           "\t"};
+    std::mt19937 random(7);
+    int graphs = 0, errors = 0;
+    for (int i = 0; i < 20000; ++i) {
+        std::string graph = i % 2 != 0 ? "video ! " : "";
+        for (int left = int(random() % 24); left > 0; --left)
+            graph += pieces[random() % std::size(pieces)];
+        if (i % 4 == 1)
+            graph += " ! null";
+        try {
+            graphs += parseGraph(graph).empty() ? 0 : 1;
+        } catch (const GraphError& error) {
+            ++errors;
+            const std::string two = error.describe(graph, "graph", 5);
+            ASSERT_EQ(std::ranges::count(two, '\n'), 1) << graph;
+            ASSERT_NE(two.find('^', two.find('\n')), std::string::npos);
+            ASSERT_LT(two.find('\n'), 200u) << graph;
+        }
+    }
+    EXPECT_GT(graphs, 30);
+    EXPECT_GT(errors, 1000);
 }
 
 // Who wants what, who offers what, who has set it, and what to write.
