@@ -1,6 +1,9 @@
 // commandLine.cpp - see commandLine.h.
 #include "apps/kiv/commandLine.h"
 
+#include <algorithm>
+#include <cstring>
+
 #include "apps/kiv/run.h"
 #include "apps/kiv/text.h"
 #include "apps/kiv/values.h"
@@ -65,6 +68,11 @@ CommandLine::CommandLine() : app_("Runs graphs of media nodes.", "kiv")
 
 int CommandLine::run(int argc, char** argv)
 {
+    auto isFirst = [&](const CommandKind* kind) { return strcmp(kind->name, argv[1]) == 0; };
+    if (argc > 1 && argv[1][0] != '-' && std::ranges::none_of(commandKinds(), isFirst)) {
+        say("there is no command '%s'; 'kiv --help' lists them", argv[1]);
+        return exitUsage;
+    }
     try {
         app_.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -78,6 +86,6 @@ int CommandLine::run(int argc, char** argv)
     for (size_t i = 0; i < commands_.size(); ++i)
         if (app_.got_subcommand(commandKinds()[i]->name))
             return commands_[i]->run();
-    say("run, demo, inspect or what? 'kiv --help' shows what there is");
+    say("run, play, demo or what? 'kiv --help' shows what there is");
     return exitUsage;
 }

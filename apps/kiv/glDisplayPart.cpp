@@ -92,6 +92,10 @@ PictureFormat DisplayPart::configure(const PictureFormat& in, const Below&)
     display_.packing = int(glFormatOf(in.packing));
     display_.zoomX = display_.zoomY = int(text_.value("zoom").number);
     display_.interlaced = text_.has("interlaced");
+    constexpr int most = 32767;  // a window's width and height are numbers of 16 bits
+    const int width = in.width * display_.zoomX, height = in.height * display_.zoomY * (display_.interlaced ? 2 : 1);
+    if (width > most || height > most)
+        throw GraphError(text_, text("a window of %d x %d pixels; at most %d x %d can be", width, height, most, most));
     return in;
 }
 

@@ -45,5 +45,8 @@ GLConnection::~GLConnection()
 std::string GLConnection::open()
 {
     display_ = glXOpenDisplayQTN(nullptr);
-    return display_ != nullptr ? "" : text("there is no display '%s'", XDisplayName(nullptr));
+    if (display_ != nullptr)
+        return "";
+    const std::string name = XDisplayName(nullptr);
+    return name.empty() ? "DISPLAY is not set; this node needs an X server" : "there is no display '" + name + "'";
 }

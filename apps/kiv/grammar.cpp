@@ -192,7 +192,7 @@ std::string boundsOf(const Member& member)
 {
     std::string bounds;
     if (member.low < member.high)
-        bounds = text("%g to %g", member.low, member.high);
+        bounds = text("%.12g to %.12g", member.low, member.high);
     if (*member.unit != '\0')
         bounds += (bounds.empty() ? "" : " ") + std::string(member.unit);
     if (*member.fallback != '\0')

@@ -35,6 +35,13 @@ int nextPositional(const NodeText& node)
     return -1;
 }
 
+// For a word that has swallowed a mark; else "".
+std::string blanksAround(const std::string& word)
+{
+    const size_t mark = word.find_first_of("!(),;");
+    return mark == std::string::npos ? "" : text("put blanks around '%c'", word[mark]);
+}
+
 std::string unknownMember(const NodeText& node, const std::string& name)
 {
     const std::string near = nearestMember(*node.kind, name);
@@ -43,6 +50,8 @@ std::string unknownMember(const NodeText& node, const std::string& name)
         return message + "; did you mean '" + near + "'?";
     if (findNodeKind(name) != nullptr)
         return message + "; '!' stands between two nodes";
+    if (const std::string blanks = blanksAround(name); !blanks.empty())
+        return message + "; " + blanks;
     return message + "; it is written: " + usageOf(*node.kind);
 }
 
@@ -50,8 +59,8 @@ std::string unknownMember(const NodeText& node, const std::string& name)
 std::string insteadOf(const std::string& kind)
 {
     const std::string near = nearestNodeKind(kind);
-    if (const size_t mark = kind.find_first_of("!(),;"); mark != std::string::npos)
-        return text("put blanks around '%c'", kind[mark]);
+    if (const std::string blanks = blanksAround(kind); !blanks.empty())
+        return blanks;
     return near.empty() ? "'kiv inspect' lists them" : "did you mean '" + near + "'?";
 }
 
@@ -166,6 +175,14 @@ private:
             throw GraphError(here(), "nothing can stand behind branches; put it into one of them");
     }
 
+    // What to write where a node is missing.
+    std::string whatBelongs(int parent) const
+    {
+        if (parent < 0)
+            return "a graph begins with a source: " + kindsOf(NodeRole::source);
+        return text("write one behind the '%c', or take that out", words_[at_ - 1].mark);
+    }
+
     // A mark that has no place here.
     [[noreturn]] void failAtMark()
     {
@@ -181,8 +198,10 @@ private:
 
     int readNode(int parent)
     {
+        if (isMark('('))
+            failAtMark();
         if (at_ == words_.size() || words_[at_].mark != '\0')
-            throw GraphError(here(), text("node %zu is missing", nodes_.size() + 1));
+            throw GraphError(here(), text("node %zu is missing; ", nodes_.size() + 1) + whatBelongs(parent));
         if (nodes_.size() == maxNodes)
             throw GraphError(here(), text("a graph has at most %zu nodes", maxNodes));
         const size_t begin = at_;

@@ -70,7 +70,7 @@ std::string programPage()
     page += heading("DESCRIPTION");
     page += roff(
         "A graph is a tree of nodes: a camera, a movie or a connection at its head, JPEG decoders, encoders and "
-        "converters between, files, a video output or a connection at its ends. Frames travel as "
+        "converters between, files, windows, a video output or a connection at its ends. Frames travel as "
         "reference-counted buffers from pools that the nodes negotiate; one loop drives the graph.\n");
     page += ".PP\nThe language of graphs has a page of its own:\n.BR kiv\\-graph (5).\n";
     page += heading("COMMANDS");

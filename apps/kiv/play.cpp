@@ -52,6 +52,10 @@ std::string PlayCommand::source() const
         }
         return "recv \"" + what_ + "\"" + size + " once ! jpegdec";
     }
+    if (!size.empty()) {
+        say("play: a movie has its own size; leave --size out");
+        return "";
+    }
     return "movie \"" + what_ + "\"" + (loop_ ? " loop" : "") + " ! jpegdec";
 }
 

@@ -91,7 +91,7 @@ int ProbeCommand::run()
     const std::string wrong = serviceError();
     rkClose(movie);
     if (!good) {
-        say("probe: %s: %s", file_.c_str(), wrong.c_str());
+        say("probe: %s", wrong.c_str());
         return exitUsage;
     }
     return printOut(json_ ? asJson(file_, info) : asText(file_, info)) ? exitGood : exitFailed;

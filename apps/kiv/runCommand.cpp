@@ -44,6 +44,8 @@ std::string readGraphFile(const std::string& name, RunOptions* run)
         fclose(file);
     if (error != 0)
         return strerror(error);
+    if (run->graph.starts_with("\xEF\xBB\xBF"))  // some editors begin a file with a byte order mark
+        run->graph.erase(0, 3);
     return run->graph.size() > longest ? text("a graph has at most %zu bytes", longest) : "";
 }
 

@@ -91,7 +91,7 @@ std::string readNumber(const Member& member, Value* value)
         || (whole && value->number != std::floor(value->number)))
         return whole ? "must be a whole number" : "must be a number";
     if (member.low < member.high && (value->number < member.low || value->number > member.high))
-        return text("must lie between %g and %g", member.low, member.high);
+        return text("must lie between %.12g and %.12g", member.low, member.high);
     return "";
 }
 

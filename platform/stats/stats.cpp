@@ -13,6 +13,7 @@
 #include <new>
 
 #include "platform/stats/page.h"
+#include "platform/support/error.h"
 #include "platform/support/handle.h"
 
 namespace {
@@ -42,7 +43,10 @@ kiv::UniqueFd findPage(int pid)
     snprintf(path, sizeof path, "/proc/%d/fd", pid);
     DIR* files = opendir(path);
     if (files == nullptr) {
-        kiv::recordSystemError(ZV_ERROR_SYSTEM, "process %d", pid);
+        if (errno == ENOENT)
+            kiv::recordError(ZV_ERROR_SYSTEM, "there is no process %d", pid);
+        else
+            kiv::recordSystemError(ZV_ERROR_SYSTEM, "process %d", pid);
         return {};
     }
     kiv::UniqueFd fd;

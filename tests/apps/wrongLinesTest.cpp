@@ -15,10 +15,11 @@ protected:
     {
         shell("ffmpeg -v error -f lavfi -i testsrc2=s=64x48:r=25 -frames:v 2 -c:v mjpeg " + clip);
         shell("head -c 100 " + clip + " > " + cut);
+        shell("printf '\\357\\273\\277nulll' > " + marked);  // behind a byte order mark
     }
 
     Folder folder;
-    const std::string clip = folder / "clip.mov", cut = folder / "cut.mov";
+    const std::string clip = folder / "clip.mov", cut = folder / "cut.mov", marked = folder / "marked.kiv";
 };
 
 TEST_F(wrongLines, EachIsOneClearLineThatNamesThePlace)
@@ -61,13 +62,18 @@ TEST_F(wrongLines, EachIsOneClearLineThatNamesThePlace)
         {{"run", "video ! null", "-f", clip}, "leave one out"},
         {{"run", "video:pattern ! send tcp://nowhere"}, "has no port"},
         {{"run", "video:pattern ! ( null"}, "put ')' behind the last"},
+        {{"run", "video:pattern ! ( ( null ) )"}, "branches begin with '! ('"},
+        {{"run", "video:pattern free!null"}, "does not know 'free!null'; put blanks around '!'"},
+        {{"run", "-f", marked}, marked + ":1:1: nulll"},
+        {{"run", "video:pattern size=4096x2160 ! display zoom=16"}, "a window of 65536 x 34560 pixels"},
+        {{"play", clip, "--size", "64x48"}, "leave --size out"},
         {{"inspect", "jpgenc"}, "there is no node 'jpgenc'; did you mean 'jpegenc'?"},
         {{"completion", "fish"}, "write bash or zsh"},
         {{"man", "7"}, "write 1 or graph"},
-        {{"fly"}, "fly"},
+        {{"fly", "away"}, "there is no command 'fly'"},
         {{"--json"}, "--json"},
         {{"probe"}, "FILE is required"},
-        {{"probe", cut}, "probe: " + cut},
+        {{"probe", cut}, "probe: '" + cut + "'"},
     };
     for (const auto& [arguments, message] : lines) {
         Program kiv(arguments);
