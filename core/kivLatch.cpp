@@ -63,7 +63,7 @@ int kivLatch::receive(ZVbuffer inBuffer)
     newBuffer = inBuffer;
     zvBufferAttach(newBuffer);
     if (!firstBufferIn) {
-        firstBufferIn = 1;
+        std::atomic_ref(firstBufferIn).store(1);  // a texture node asks without the lock
         latchBuffer = newBuffer;
         zvBufferAttach(latchBuffer);
         unlockLatchBuffer();

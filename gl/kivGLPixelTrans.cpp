@@ -65,7 +65,8 @@ int kivGLPixelTrans::grab()
         kivPrintError("Error in associate");
         return kivErrNone;
     }
-    makeCurrent();
+    if (!makeCurrent())
+        return kivErrNone;  // what is current is another's
     glViewport(0, 0, bufferSizeX, bufferSizeY);
     glMatrixMode(GL_PROJECTION);
     glLoadIdentity();

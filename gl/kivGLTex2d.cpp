@@ -39,15 +39,16 @@ int kivGLTex2d::defineTex2D()
 {
     const kiv::GLBinding callers = kiv::GLBinding::current();
     callers.restore(dpy);
-    if (!texInitialized && firstBufferIn)
+    const bool filled = std::atomic_ref(firstBufferIn).load();  // once: it may come meanwhile
+    const bool defines = filled && !texInitialized;
+    if (defines)
         defineTexture(texID, imageSizeX, imageSizeY);
     if (gotPBuffer)
         kivLatch::release();
-    if (!texInitialized || !firstBufferIn) {
-        if (firstBufferIn)
-            texInitialized = 1;
+    if (defines)
+        texInitialized = 1;
+    if (defines || !filled)
         return kivErrNone;
-    }
 
     glBindTextureEXT(GL_TEXTURE_2D, GLuint(texID));
     if (kivGLPBuffer::grab() != kivErrNone) {

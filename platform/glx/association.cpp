@@ -6,6 +6,7 @@
 #include "platform/glx/contexts.h"
 #include "platform/glx/glxqtn.h"
 #include "platform/glx/pbuffer.h"
+#include "platform/limits.h"
 #include "platform/support/error.h"
 
 namespace kiv::glx {
@@ -128,7 +129,11 @@ bool imageSize(const Pbuffer& pbuffer, const ZVparams* image, int* width, int* h
         *width = pbuffer.width;
         *height = pbuffer.height;
     }
-    return true;
+    if (*width <= kivLimits()->imageWidth && *height <= kivLimits()->imageHeight)
+        return true;
+    recordError(ZV_ERROR_LIMIT, "a picture of %d x %d; imageWidth, imageHeight are %d, %d", *width, *height,
+                kivLimits()->imageWidth, kivLimits()->imageHeight);
+    return false;
 }
 
 bool hasRoom(ZVbuffer buffer, int width, int height)
@@ -170,11 +175,11 @@ int takeUp(Pbuffer& pbuffer)
 
 int associate(Display* dpy, GLXPbuffer id, const ZVparams* image, ZVbuffer buffer)
 {
-    if (!needAlive(dpy))
-        return -1;
-    Pbuffer* pbuffer = findPbuffer(id, dpy);
+    Pbuffer* pbuffer = findPbuffer(id, dpy);  // none on a connection that was closed
     if (pbuffer == nullptr || pbuffer->dpy != dpy)
         return recordError(ZV_ERROR_HANDLE, "no pbuffer 0x%lx of this layer on that display", id);
+    if (!needAlive(dpy))
+        return -1;
     int width = 0;
     int height = 0;
     if (!imageSize(*pbuffer, image, &width, &height) || !hasRoom(buffer, pbuffer->width, pbuffer->height)

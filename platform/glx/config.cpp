@@ -156,7 +156,12 @@ extern "C" void glXDestroyContextQTN(Display* dpy, GLXContext context)
         return;
     if (glXGetCurrentContext() == context)
         releaseCurrent();
-    Display* on = contextFacts(context, dpy).dpy;
+    Display* on = contextFacts(context, nullptr).dpy;
+    if (on == nullptr) {
+        recordError(ZV_ERROR_HANDLE, "no context %p of this layer, on display %p", static_cast<void*>(context),
+                    static_cast<void*>(dpy));
+        return;
+    }
     forgetContext(context);
     if (isAlive(on))
         glXDestroyContext(on, context);

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <new>
 
+#include "platform/glx/binding.h"
 #include "platform/glx/glxqtn.h"
 #include "platform/glx/porter.h"
 #include "platform/support/error.h"
@@ -39,10 +40,16 @@ Connection* findConnection(Display* dpy)
 
 XIOErrorHandler otherHandler = nullptr;  // what others get whose server dies
 
+// What XCloseDisplay is closing on this thread, when its server's end is no end of the
+// process: it asks once more after we let it go.
+constinit thread_local Display* closing = nullptr;
+
 // Xlib has one of these for all connections; ours go on, others end as they did.
 int onIOError(Display* dpy)
 {
     Connection* connection = findConnection(dpy);
+    if (connection == nullptr && dpy == closing)
+        return 0;
     if (connection == nullptr || !connection->survives)
         return otherHandler(dpy);
     markGone(*connection);
@@ -50,8 +57,9 @@ int onIOError(Display* dpy)
 }
 
 // Where the process would end otherwise. What is called on the connection afterwards
-// does nothing.
-void afterIOError(Display*, void*) { }
+// does nothing. Xlib has locked it for the thread that ends the process; others, which
+// may close it, would wait for ever.
+void afterIOError(Display* dpy, void*) { XUnlockDisplay(dpy); }
 
 bool prepareXlib()
 {
@@ -78,8 +86,11 @@ int onClose(Display* dpy, XExtCodes*)
 {
     forgetPbuffersOn(dpy);
     forgetContextsOn(dpy);
-    if (Connection* connection = findConnection(dpy); connection != nullptr)
+    forgetBindingsOn(dpy);
+    if (Connection* connection = findConnection(dpy); connection != nullptr) {
         destroyPorters(*connection);
+        closing = connection->survives ? dpy : nullptr;
+    }
     delete unlink(dpy);
     return 0;
 }
@@ -92,6 +103,8 @@ bool hungUp(Display* dpy)
 
 }  // namespace
 
+bool isKnown(Display* dpy) { return findConnection(dpy) != nullptr; }
+
 Connection* connectionOf(Display* dpy)
 {
     if (Connection* known = findConnection(dpy); known != nullptr)
@@ -102,6 +115,8 @@ Connection* connectionOf(Display* dpy)
         return nullptr;
     }
     made->dpy = dpy;
+    if (closing == dpy)
+        closing = nullptr;  // that one is closed, and this one has its address
     glXQueryExtensionsString(dpy, DefaultScreen(dpy));  // GLX meets the connection before us, so it leaves after us
     if (XExtCodes* codes = XAddExtension(dpy); codes != nullptr)
         XESetCloseDisplay(dpy, codes->extension, onClose);

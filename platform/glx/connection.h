@@ -26,6 +26,9 @@ struct Connection {
 // Makes it known if it is new; null without memory.
 Connection* connectionOf(Display* dpy);
 
+// Has the layer seen it, and is it not closed?
+bool isKnown(Display* dpy);
+
 // isAlive that records an error when it is not.
 bool needAlive(Display* dpy);
 

@@ -67,6 +67,8 @@ template <class Dead> void removeIf(Dead dead)
 
 }  // namespace
 
+bool isContext(GLXContext context) { return idOf(context) != None; }
+
 ContextFacts contextFacts(GLXContext context, Display* otherwise)
 {
     const XID id = idOf(context);

@@ -15,6 +15,8 @@ struct ContextFacts {
     int textureWidth = 0, textureHeight = 0;
 };
 
+// Does GLX know it? Not what was destroyed, nor what lived on a connection closed since.
+bool isContext(GLXContext context);
 // The facts as they are now; those of a context never seen, on `otherwise`. A context
 // that took a dead one's address is told from it.
 ContextFacts contextFacts(GLXContext context, Display* otherwise);

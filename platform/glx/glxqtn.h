@@ -64,7 +64,8 @@ KIV_API GLXFBConfigQTNX* glXChooseFBConfigQTNX(Display* dpy, int screen, const i
 KIV_API int glXGetFBConfigAttribQTNX(Display* dpy, GLXFBConfigQTNX config, int attribute, int* value); /* 0 = ok */
 KIV_API GLXContext glXCreateContextWithConfigQTNX(Display* dpy, GLXFBConfigQTNX config, int renderType,
                                                   GLXContext share, Bool direct); /* null on failure */
-/* Not current any more on this thread, if it was. Null does nothing. */
+/* A context that was made or bound by this layer. Not current any more on this thread,
+ * if it was. Null does nothing. */
 KIV_API void glXDestroyContextQTN(Display* dpy, GLXContext context);
 
 /* --- Pbuffers --------------------------------------------------------------
@@ -91,7 +92,8 @@ KIV_API void glXDrawsAllQTN(Display* dpy, GLXPbuffer pbuffer, int drawsAll);
 KIV_API int glXSyncDrawQTN(void);
 
 /* --- Binding ---------------------------------------------------------------
- * True on success. Nothing is asked of GLX for what is current already on whichever
+ * True on success. What GLX refuses leaves nothing current. When a thread ends, it lets
+ * go of what it has bound. Nothing is asked of GLX for what is current already on whichever
  * connection; 0, and nothing, when exactly some of drawables and context are null.
  * Reading from a pbuffer of another connection works. */
 KIV_API Bool glXMakeCurrentQTN(Display* dpy, GLXDrawable drawable, GLXContext context);
@@ -106,7 +108,8 @@ KIV_API void glXSwapBuffersQTN(GLXDrawable drawable);
 KIV_API void glEnableQTN(GLenum capability);
 KIV_API void glDisableQTN(GLenum capability);
 /* Levels of GL_CBYCRY_422_QTN, whose matrix is BT.601 and whose chroma counts for both
- * pixels of a pair (an odd row ends after Cb Y and takes the Cr before): 0 (default) 16..235 and 16..240, 1 all of 0..255. */
+ * pixels of a pair (an odd row ends after Cb Y and takes the Cr before): 0 (default) 16..235 and 16..240, 1 all of
+ * 0..255. */
 KIV_API void glPixelRangeQTN(int fullRange);
 /* glDrawPixels of bytes at the raster position, with the pixel zoom: GL_RGBA, GL_RGB,
  * GL_LUMINANCE, GL_ABGR_EXT ..., and GL_CBYCRY_422_QTN. Rows have no gaps, whatever

@@ -6,6 +6,7 @@
 #include "platform/glx/binding.h"
 #include "platform/glx/config.h"
 #include "platform/glx/glxqtn.h"
+#include "platform/glx/xErrors.h"
 #include "platform/limits.h"
 #include "platform/support/error.h"
 
@@ -105,6 +106,13 @@ void retire(Pbuffer& pbuffer)
     pbuffer.id.store(None);
 }
 
+bool isOn(Pbuffer& pbuffer, Display* dpy)
+{
+    std::lock_guard guard(pbuffer.lock);
+    const GLXPbuffer id = pbuffer.id.load();
+    return id != None && id != taken && pbuffer.dpy == dpy;  // a taken one is somebody else's
+}
+
 // Reads from where it draws, on this thread; nothing is current when that ends too.
 void stopReading(Pbuffer& pbuffer)
 {
@@ -115,7 +123,7 @@ void stopReading(Pbuffer& pbuffer)
     if (draw == pbuffer.id && dpy == pbuffer.dpy)
         releaseCurrent();
     else if (isReadHere(pbuffer))
-        glXMakeContextCurrent(dpy, draw, draw, glXGetCurrentContext());
+        bindHere(dpy, draw, draw, glXGetCurrentContext());
 }
 
 }  // namespace
@@ -145,11 +153,14 @@ void forgetPbuffersOn(Display* dpy)
         entry = pbuffers;
     }
     for (; entry != nullptr; entry = entry->next) {  // entries stay, and new ones are not ours
+        const bool closes = isOn(*entry, dpy);
+        if (closes)
+            stopReading(*entry);
         std::lock_guard guard(entry->lock);
-        if (entry->id.load() == None || entry->dpy != dpy)
-            dropShadows(*entry, dpy);
-        else
+        if (closes)
             retire(*entry);
+        else
+            dropShadows(*entry, dpy);
     }
 }
 
@@ -171,7 +182,7 @@ extern "C" GLXPbuffer glXCreateGLXPbufferQTNX(Display* dpy, GLXFBConfigQTNX conf
     }
     if (!sizeFits(dpy, config, width, height) || !pbufferAttributes(attribs, width, height, list))
         return None;
-    const GLXPbuffer id = glXCreatePbuffer(dpy, config, list);
+    const GLXPbuffer id = createPbuffer(dpy, config, list);
     if (id == None) {
         recordError(ZV_ERROR_SYSTEM, "GLX gives no pbuffer");
     } else if (!enterPbuffer(dpy, config, int(width), int(height), id)) {
@@ -195,6 +206,5 @@ extern "C" void glXDestroyGLXPbufferQTNX(Display* dpy, GLXPbuffer id)
         std::lock_guard guard(pbuffer->lock);
         retire(*pbuffer);
     }
-    if (isAlive(dpy))
-        glXDestroyPbuffer(dpy, id);
+    destroyUnbound(dpy, id);
 }

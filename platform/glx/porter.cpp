@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <new>
 
+#include "platform/glx/xErrors.h"
 #include "platform/support/error.h"
 
 namespace kiv::glx {
@@ -33,10 +34,12 @@ KeepCurrent::KeepCurrent(GLXDrawable used)
 
 KeepCurrent::~KeepCurrent()
 {
-    if (context_ != nullptr)
-        glXMakeContextCurrent(dpy_, draw_, read_, context_);
-    else if (Display* now = glXGetCurrentDisplay(); now != nullptr)
-        glXMakeContextCurrent(now, None, None, nullptr);
+    if (context_ == nullptr) {
+        if (Display* now = glXGetCurrentDisplay(); now != nullptr)
+            glXMakeContextCurrent(now, None, None, nullptr);
+    } else if (!makeCurrent(dpy_, draw_, read_, context_)) {
+        makeCurrent(dpy_, draw_, draw_, context_);  // somebody destroyed what was read
+    }
 }
 
 Porter::~Porter()
@@ -48,7 +51,7 @@ Porter::~Porter()
 // The context current on the drawable, with a texture and a band of that size.
 bool Porter::begin(GLXDrawable drawable, int width, int height)
 {
-    if (!glXMakeContextCurrent(dpy_, drawable, drawable, context_)) {
+    if (!makeCurrent(dpy_, drawable, drawable, context_)) {
         recordError(ZV_ERROR_SYSTEM, "a drawable cannot be made current");
         return false;
     }
@@ -139,7 +142,7 @@ int Porter::download(GLXDrawable drawable, const Picture& to)
 {
     std::lock_guard guard(lock_);
     const KeepCurrent keep(drawable);
-    if (!glXMakeContextCurrent(dpy_, drawable, drawable, context_))
+    if (!makeCurrent(dpy_, drawable, drawable, context_))
         return recordError(ZV_ERROR_SYSTEM, "a pbuffer cannot be made current");
     glPixelStorei(GL_PACK_ROW_LENGTH, to.stride / 4);
     for (int y = 0; y < to.height; y += bandRows) {

@@ -3,8 +3,10 @@
 #include <memory>
 #include <new>
 
+#include "platform/glx/binding.h"
 #include "platform/glx/config.h"
 #include "platform/glx/pbuffer.h"
+#include "platform/glx/xErrors.h"
 #include "platform/support/error.h"
 
 namespace kiv::glx {
@@ -24,7 +26,7 @@ Shadow* makeShadow(Pbuffer& pbuffer, Display* dpy, int depth)
     const GLXFBConfig config = connectionOf(dpy) != nullptr ? configWithDepth(dpy, DefaultScreen(dpy), depth) : nullptr;
     const int attributes[]
         = {GLX_PBUFFER_WIDTH, pbuffer.width, GLX_PBUFFER_HEIGHT, pbuffer.height, GLX_PRESERVED_CONTENTS, True, None};
-    const GLXPbuffer id = config != nullptr ? glXCreatePbuffer(dpy, config, attributes) : None;
+    const GLXPbuffer id = config != nullptr ? createPbuffer(dpy, config, attributes) : None;
     Shadow* made = id != None ? new (std::nothrow) Shadow{dpy, config, depth, id, 0, pbuffer.shadows} : nullptr;
     if (made == nullptr) {
         recordError(ZV_ERROR_UNSUPPORTED, "no second pbuffer for contexts with %d bits of depth", depth);
@@ -105,8 +107,7 @@ void dropShadows(Pbuffer& pbuffer, Display* dpy)
             continue;
         }
         *place = shadow->next;
-        if (isAlive(shadow->dpy))
-            glXDestroyPbuffer(shadow->dpy, shadow->id);
+        destroyUnbound(shadow->dpy, shadow->id);
         delete shadow;
     }
 }

@@ -107,7 +107,21 @@ public:
     StateKeeper(const StateKeeper&) = delete;
     StateKeeper& operator=(const StateKeeper&) = delete;
 
+    static bool fits()
+    {
+        return has(GL_ATTRIB_STACK_DEPTH, GL_MAX_ATTRIB_STACK_DEPTH)
+            && has(GL_CLIENT_ATTRIB_STACK_DEPTH, GL_MAX_CLIENT_ATTRIB_STACK_DEPTH);
+    }
+
 private:
+    static bool has(GLenum depth, GLenum most)
+    {
+        GLint values[2] = {};
+        glGetIntegerv(depth, &values[0]);
+        glGetIntegerv(most, &values[1]);
+        return values[0] < values[1];
+    }
+
     GLint program_ = 0;
 };
 
@@ -256,6 +270,8 @@ bool isExact(const ShownPicture& picture, const RKrect& at)
 
 int Painter::paint(const ShownPicture& picture, const RKrect& rectangle)
 {
+    if (!StateKeeper::fits())
+        return recordError(ZV_ERROR_STATE, "GL has no room to keep the context's state: its attribute stack is full");
     const StateKeeper keeper;
     if (prepare() != 0 || checkSize(picture) != 0)
         return -1;

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <climits>
+
 #include "tests/platform/glx/glScene.h"
 #include "tests/support/capture.h"
 
@@ -209,6 +211,10 @@ TEST_F(Association, RefusesWhatCannotBeThePicture)
     EXPECT_FALSE(glXAssociateZVPbufferQTNX(scene.dpy, pbuffer, nullptr, good));
     EXPECT_FALSE(glXAssociateZVPbufferQTNX(nullptr, pbuffer, image, good));
     EXPECT_FALSE(glXAssociateZVPbufferQTNX(scene.dpy, pbuffer + 77, image, good));
+    const ImageParams endless(width, height);  // its bytes are more than a number holds
+    zvParamsSetInt(endless, ZV_IMAGE_WIDTH, INT_MAX);
+    zvParamsSetInt(endless, ZV_IMAGE_HEIGHT, INT_MAX);
+    EXPECT_FALSE(glXAssociateZVPbufferQTNX(scene.dpy, pbuffer, endless, good));
     const ImageParams larger(width, height + 1);
     EXPECT_FALSE(glXAssociateZVPbufferQTNX(scene.dpy, pbuffer, larger, good));
     EXPECT_TRUE(associate(good));

@@ -245,6 +245,95 @@ TEST(Connections, WhatIsCurrentCanBeDestroyed)
     EXPECT_EQ(glXGetCurrentContext(), nullptr);
 }
 
+// What is not there, or not any more, is a failed call.
+TEST(Connections, WhatIsGoneIsNotBound)
+{
+    GLScene scene;
+    const GLXPbuffer stays = scene.pbuffer(8, 8);
+    const GLXContext context = scene.context();
+    const GLXPbuffer gone = glXCreateGLXPbufferQTNX(scene.dpy, scene.config, 8, 8, nullptr);
+    glXDestroyGLXPbufferQTNX(scene.dpy, gone);
+    for (const GLXDrawable never : {GLXDrawable(gone), GLXDrawable(0xdeadbeef)}) {
+        EXPECT_FALSE(glXMakeCurrentQTN(scene.dpy, never, context));
+        EXPECT_FALSE(glXMakeCurrentReadQTN(scene.dpy, stays, never, context));
+    }
+    const GLXContext ended = glXCreateContextWithConfigQTNX(scene.dpy, scene.config, GLX_RGBA_TYPE_QTNX, nullptr, True);
+    glXDestroyContextQTN(scene.dpy, ended);
+    glXDestroyContextQTN(scene.dpy, ended);
+    EXPECT_FALSE(glXMakeCurrentQTN(scene.dpy, stays, ended));
+    EXPECT_TRUE(glXMakeCurrentQTN(scene.dpy, stays, context));
+}
+
+TEST(Connections, WhatLivedOnAClosedConnectionIsRefused)
+{
+    PoolFixture pool(1, bytes);
+    const ImageParams image(width, height);
+    const ZVbuffer buffer = pool.take();
+    Display* dpy = nullptr;
+    GLXPbuffer pbuffer = None;
+    GLXContext context = nullptr;
+    {
+        GLScene scene;
+        dpy = scene.dpy;
+        pbuffer = glXCreateGLXPbufferQTNX(dpy, scene.config, width, height, nullptr);
+        context = glXCreateContextWithConfigQTNX(dpy, scene.config, GLX_RGBA_TYPE_QTNX, nullptr, True);
+        ASSERT_TRUE(glXAssociateZVPbufferQTNX(dpy, pbuffer, image, buffer));
+    }
+    EXPECT_EQ(zvBufferSync(buffer), 0);
+    EXPECT_FALSE(glXAssociateZVPbufferQTNX(dpy, pbuffer, image, buffer));
+    glXDestroyContextQTN(dpy, context);
+    glXDestroyGLXPbufferQTNX(dpy, pbuffer);
+}
+
+// Destroyed here while another thread draws into it, or reads it on a connection of its own.
+TEST(Connections, WhatAnotherThreadHasCurrentStaysUntilItLetsGo)
+{
+    GLScene scene, others;
+    for (const bool draws : {true, false}) {
+        GLScene& there = draws ? scene : others;
+        const GLXPbuffer own = there.pbuffer(width, height);
+        const GLXContext context = there.context();
+        const GLXPbuffer passing = glXCreateGLXPbufferQTNX(scene.dpy, scene.config, width, height, nullptr);
+        std::atomic<int> step{0};
+        std::thread thread([&] {
+            EXPECT_TRUE(glXMakeCurrentReadQTN(scene.dpy, draws ? passing : own, passing, context));
+            step.store(1);
+            step.notify_one();
+            step.wait(1);
+            const Bytes picture(size_t(128) * 128 * 4, 7);
+            EXPECT_EQ(glDrawPixelsQTN(128, 128, GL_RGBA, picture.data(), (long long)picture.size()), 0);
+            EXPECT_EQ(readBack(1, 1).size(), 4u);
+            EXPECT_TRUE(glXMakeCurrentQTN(there.dpy, own, context));
+            glXMakeCurrentQTN(there.dpy, None, nullptr);
+        });
+        step.wait(0);
+        glXDestroyGLXPbufferQTNX(scene.dpy, passing);
+        step.store(2);
+        step.notify_one();
+        thread.join();
+        EXPECT_FALSE(glXMakeCurrentQTN(scene.dpy, passing, scene.context()));
+    }
+}
+
+// Its context and what it drew are anybody's then.
+TEST(Connections, AThreadThatEndsLetsGo)
+{
+    GLScene scene;
+    PoolFixture pool(1, bytes);
+    const ImageParams image(width, height);
+    const ZVbuffer buffer = pool.take();
+    const GLXPbuffer pbuffer = scene.pbuffer(width, height);
+    const GLXContext context = scene.context();
+    elsewhere([&] {
+        EXPECT_TRUE(glXAssociateZVPbufferQTNX(scene.dpy, pbuffer, image, buffer));
+        EXPECT_TRUE(glXMakeCurrentQTN(scene.dpy, pbuffer, context));
+        clearTo(1, 0, 0, 1);
+    });
+    EXPECT_EQ(zvBufferSync(buffer), 0);
+    EXPECT_EQ(bytesOf(buffer, bytes), solid(width, height, 255, 0, 0, 255));
+    EXPECT_TRUE(glXMakeCurrentQTN(scene.dpy, pbuffer, context));
+}
+
 // A reader draws while the loop's thread reads what it published; nobody waits for GL.
 TEST(Connections, EachThreadDrawsAndReadsOnItsOwn)
 {
@@ -362,7 +451,8 @@ TEST(Connections, AServerThatDiesIsOneLineAndFailedCalls)
         EXPECT_FALSE(glXMakeCurrentQTN(scene.dpy, window, context));
         glXSwapBuffersQTN(glXGetCurrentDrawable());
         EXPECT_EQ(glXCreateGLXPbufferQTNX(scene.dpy, scene.config, 8, 8, nullptr), GLXPbuffer(0));
-        XSync(scene.dpy, False);  // somebody else finds out the hard way
+        // Somebody else finds out the hard way, and the connection can be closed all the same.
+        elsewhere([&] { XSync(scene.dpy, False); });
     });
     setenv("DISPLAY", before.c_str(), 1);
     const std::string line = "X server " + server.name + " is gone\n";
