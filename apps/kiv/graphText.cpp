@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <filesystem>
 
 #include "apps/kiv/graphWords.h"
 #include "apps/kiv/text.h"
@@ -115,6 +116,31 @@ bool goodName(const std::string& name)
     return !name.empty() && isalpha(static_cast<unsigned char>(name[0])) != 0 && std::ranges::all_of(name, letter);
 }
 
+bool isFile(const Member& member) { return member.type == MemberType::file || member.type == MemberType::path; }
+
+bool sameFile(const std::string& one, const std::string& other)
+{
+    std::error_code none;
+    return one == other || std::filesystem::equivalent(one, other, none);
+}
+
+// A file that one node writes is not another's: opening it would empty what is read or written there.
+void checkFiles(const NodeText& node, const NodeText& other)
+{
+    for (size_t i = 0; i < node.values.size(); ++i) {
+        for (size_t k = 0; k < other.values.size(); ++k) {
+            const Member &member = node.kind->members[i], &others = other.kind->members[k];
+            const bool written = member.type == MemberType::path || others.type == MemberType::path;
+            const Value& value = node.values[i];
+            if (value.given && other.values[k].given && isFile(member) && isFile(others) && written
+                && sameFile(value.text, other.values[k].text))
+                throw GraphError(node, value.where,
+                                 text("%s '%s' is what %s %s; take another name", member.name, value.text.c_str(),
+                                      other.place().c_str(), others.type == MemberType::path ? "writes" : "reads"));
+        }
+    }
+}
+
 // Reads the words of a graph into nodes, from left to right.
 class Parser {
 public:
@@ -217,6 +243,8 @@ private:
             readMember(&node, words_[i]);
         fillDefaults(&node);
         checkPlace(node);
+        for (const NodeText& other : nodes_)
+            checkFiles(node, other);
         nodes_.push_back(std::move(node));
         return int(nodes_.size()) - 1;
     }

@@ -64,6 +64,8 @@ TEST_F(wrongLines, EachIsOneClearLineThatNamesThePlace)
         {{"run", "video:pattern ! ( null"}, "put ')' behind the last"},
         {{"run", "video:pattern ! ( ( null ) )"}, "branches begin with '! ('"},
         {{"run", "video:pattern free!null"}, "does not know 'free!null'; put blanks around '!'"},
+        {{"run", "video:pattern ! ( file a.y4m, file a.y4m )"}, "PATH 'a.y4m' is what node 2 'file' writes"},
+        {{"run", "video clip=" + clip + " ! videoout:monitor record=" + clip}, "is what node 1 'video' reads"},
         {{"run", "-f", marked}, marked + ":1:1: nulll"},
         {{"run", "video:pattern size=4096x2160 ! display zoom=16"}, "a window of 65536 x 34560 pixels"},
         {{"play", clip, "--size", "64x48"}, "leave --size out"},
