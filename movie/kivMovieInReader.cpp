@@ -65,8 +65,12 @@ int kivMovieIn::readPlaying()
 int kivMovieIn::readPaused()
 {
     const int held = kivShared(currentFrameIndex).load();
+    derived_ = held;
     const int rc = getImageFrameIndex(held);
     replaceDerived(held);
+    derived_ = seekNone;
+    if (kivShared(currentFrameIndex).load() != held)
+        kivShared(lastFrameIndex).store(-1);  // the application stepped; its own -1 may have come too early
     return rc;
 }
 
@@ -104,9 +108,12 @@ int kivMovieIn::frameIndexAt(long long movieTime) const
     return kiv::toFrameIndex(frameRate * double(movieTime) / 1e9);
 }
 
-// Stores the index that a frame operation has derived from a movie time. Reader thread.
+// Stores the index that a frame operation has derived from a movie time; while paused,
+// only in place of the one that it was asked for. Reader thread.
 void kivMovieIn::setFrameIndex(int index)
 {
+    if (derived_ != seekNone)
+        return replaceDerived(index);
     derived_ = index;
     kivShared(currentFrameIndex).store(index);
 }
