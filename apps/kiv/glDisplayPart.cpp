@@ -1,6 +1,7 @@
 // glDisplayPart.cpp - see glDisplayPart.h.
 #include "apps/kiv/glDisplayPart.h"
 
+#include <atomic>
 #include <utility>
 
 #include "apps/kiv/text.h"
@@ -29,6 +30,19 @@ constexpr NodeKind displayKind = {
     .errors = {},
     .example = "movie clip.mov loop ! jpegdec ! display zoom=2",
 };
+
+namespace {
+
+std::atomic<int> refusal = 0;  // of the X server, of any connection of the process
+
+// In place of the toolkit's, which ends the process without a summary.
+int keepRefusal(Display*, XErrorEvent* event)
+{
+    refusal = event->error_code;
+    return 0;
+}
+
+}  // namespace
 
 // The newest picture stays here until the next one.
 int DisplayPart::Node::addSrcConstraints(ZVparams* params)
@@ -103,6 +117,7 @@ PictureFormat DisplayPart::configure(const PictureFormat& in, const Below&)
 void DisplayPart::open(RunContext& run)
 {
     run_ = &run;
+    XSetErrorHandler(keepRefusal);
     if (const std::string wrong = GLConnection().open(); !wrong.empty())
         return run.failed(place() + ": " + wrong, true);
     if (display_.setup(display_.interlaced) != kivErrNone)
@@ -133,10 +148,13 @@ void DisplayPart::placePicture(int height)
 
 void DisplayPart::serveWindow(RunContext& run)
 {
-    if (ended_ || window_->handleEvents())
+    if (ended_ || (refusal == 0 && window_->handleEvents()))
         return;
     ended_ = true;
     run.loop().removeFD(window_->getEventFD());
+    if (const int error = refusal; error != 0)
+        return run.failed(place() + text(": the X server refuses a request, error %d: is the window gone?", error),
+                          true);
     if (!window_->hasServer())
         return run.failed(place() + ": the X server is gone", true);
     run.loop().quit();

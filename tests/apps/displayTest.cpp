@@ -104,6 +104,21 @@ TEST_F(display, InterlacedPutsTwoFieldsIntoOnePicture)
     }
 }
 
+// A window that another program destroys: no words of the X library, and the summary all the same.
+TEST_F(display, DestroyedWindowEndsTheRunWithItsSummary)
+{
+    XPeer peer;
+    Program kiv({"run", "--status", "video:pattern size=64x48 ! display"});
+    EXPECT_NE(kiv.waitForLine(" frames "), "");
+    const Window area = peer.drawingArea();
+    ASSERT_NE(area, Window(None));
+    XDestroyWindow(peer.display(), peer.shellOf(area));
+    XFlush(peer.display());
+    EXPECT_EQ(kiv.wait(), 1);
+    EXPECT_THAT(kiv.err, HasSubstr("node 2 'display': the X server refuses a request"));
+    EXPECT_THAT(kiv.out, HasSubstr("2  display"));
+}
+
 TEST_F(display, PixelTransferIsWithinOneOfTheClosedForm)
 {
     const std::vector<PngPicture> plain = pictures("jpegdec"), transferred = pictures("jpegdec ! pixeltrans");
