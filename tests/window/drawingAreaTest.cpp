@@ -27,7 +27,8 @@ struct Toolkit {
         shell = XtVaAppCreateShell(nullptr, "Areas", topLevelShellWidgetClass, display, nullptr);
         row = XtVaCreateManagedWidget("row", xmRowColumnWidgetClass, shell, nullptr);
     }
-    ~Toolkit() { XtDestroyApplicationContext(context); }
+    // The connection stays: Motif remembers fonts by its address, which another one may get.
+    ~Toolkit() { XtDestroyWidget(shell); }
 
     XtAppContext context;
     Display* display;
