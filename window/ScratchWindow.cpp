@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "core/kivUtil.h"
+#include "platform/glx/internal.h"
 #include "window/glwDrawingArea.h"
 #include "window/serverLoss.h"
 
@@ -49,13 +50,11 @@ struct Loss {
     std::atomic<bool> lost{false};
 };
 
-// Xlib has locked the connection for a thread that is about to end the process; as it
-// goes on, others that touch the connection would wait for ever.
 static void serverGone(Display* display, void* loss)
 {
     static_cast<Loss*>(loss)->lost = true;
     eventfd_write(static_cast<Loss*>(loss)->wakeFD, 1);
-    XUnlockDisplay(display);
+    kiv::glx::goOnWithout(display);
 }
 
 // A lost server ends the window's loop as closing the window does.

@@ -44,11 +44,13 @@ int connectionBroken(Display* display)
 void kiv::surviveServerLoss(Display* display, XIOErrorExitHandler gone, void* data)
 {
     Survivors& all = survivors();
-    std::lock_guard lock(all.lock);
-    if (all.others == nullptr)
-        all.others = XSetIOErrorHandler(connectionBroken);
-    all.displays.push_back(display);
-    XSetIOErrorExitHandler(display, gone, data);
+    {
+        std::lock_guard lock(all.lock);
+        if (all.others == nullptr)
+            all.others = XSetIOErrorHandler(connectionBroken);
+        all.displays.push_back(display);
+    }
+    XSetIOErrorExitHandler(display, gone, data);  // locks the connection, whose end asks for our lock
 }
 
 void kiv::forgetServer(Display* display)

@@ -57,9 +57,8 @@ int onIOError(Display* dpy)
 }
 
 // Where the process would end otherwise. What is called on the connection afterwards
-// does nothing. Xlib has locked it for the thread that ends the process; others, which
-// may close it, would wait for ever.
-void afterIOError(Display* dpy, void*) { XUnlockDisplay(dpy); }
+// does nothing.
+void afterIOError(Display* dpy, void*) { goOnWithout(dpy); }
 
 bool prepareXlib()
 {

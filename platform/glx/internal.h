@@ -14,4 +14,8 @@ int syncCurrentDraw();
 // a hang-up; the first to see it prints a line. Null is not alive.
 bool isAlive(Display* dpy);
 
+// For the exit handler of a connection that is lost, when the process goes on: puts
+// Xlib's locks back to where the call that met the loss expects them.
+void goOnWithout(Display* dpy);
+
 }  // namespace kiv::glx

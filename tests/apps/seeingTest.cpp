@@ -151,11 +151,12 @@ TEST_F(seeing, TellsASlowPeerAndWhatWasDropped)
     EXPECT_EQ(kiv.wait(), 1) << "the last frames did not go out";
     const auto summary = kiv.summary();
     const auto drops = summary["drops"];
-    ASSERT_EQ(drops.size(), 1u) << drops;
-    EXPECT_EQ(drops[0]["name"], "out=send");
-    EXPECT_GT(drops[0]["dropped"], 0);
-    EXPECT_LT(drops[0]["sinceSeconds"], summary["seconds"].get<double>() + 5);
-    EXPECT_THAT(drops[0]["remedy"].get<std::string>(), HasSubstr("'lossless'"));
+    ASSERT_FALSE(drops.empty());  // a busy machine may make the camera drop, too
+    const auto sends = drops.back();
+    EXPECT_EQ(sends["name"], "out=send") << drops;
+    EXPECT_GT(sends["dropped"], 0);
+    EXPECT_LT(sends["sinceSeconds"], summary["seconds"].get<double>() + 5);
+    EXPECT_THAT(sends["remedy"].get<std::string>(), HasSubstr("'lossless'"));
     close(peer);
     close(door);
 }

@@ -434,7 +434,7 @@ TEST(CompressedMovie, OfOneFrameShowsItOnceWhetherItLoopsOrNot)
         EXPECT_EQ(movie.framesPublished(), 1);
         movie.pause();
         movie.gotoFrame(5);
-        EXPECT_EQ(movie.currentFrameIndex, -1);
+        EXPECT_EQ(kivShared(movie.currentFrameIndex).load(), -1);
     }
 }
 
