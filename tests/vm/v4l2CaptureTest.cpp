@@ -103,9 +103,10 @@ TEST_F(V4l2Capture, FillsThePoolsBuffersWithoutACopy)
         path.makePool();
         ASSERT_EQ(path.begin(), 0) << lastWords();
         EXPECT_NE(path.setSize(320, 180), 0);  // not while a pool is registered
-        // On a busy machine the driver itself misses pictures; what counts is that it gets
-        // each buffer back before the next one is taken.
-        const bool inARow = path.captureInARow(10, 100);
+        // On a busy machine the driver itself misses large pictures; what counts there is
+        // that it gets each buffer back before the next one is taken.
+        const bool inARow = path.captureInARow(10, 300);
+        EXPECT_TRUE(inARow || mode.height > 480) << path.lost << " lost";
         EXPECT_EQ(hand.starved, 0);
         ASSERT_GE(hand.fields.size(), 10u);
         if (inARow) {
