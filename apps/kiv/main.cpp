@@ -4,7 +4,7 @@
 
 #include <csignal>
 
-#include "apps/kiv/commandLine.h"
+#include "apps/kiv/commands/commandLine.h"
 
 // Standard streams that the caller has closed: a file opened later must not take their place.
 static void holdStandardStreams()

@@ -10,9 +10,9 @@ extern "C" {
 }
 
 #include "platform/limits.h"
-#include "platform/rk/claimedSize.h"
-#include "platform/rk/jpegFacts.h"
-#include "platform/rk/rate.h"
+#include "platform/rk/decode/jpegFacts.h"
+#include "platform/rk/file/claimedSize.h"
+#include "platform/rk/file/rate.h"
 #include "platform/support/error.h"
 
 namespace kiv::rk {

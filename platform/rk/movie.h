@@ -3,9 +3,9 @@
 
 #include <memory>
 
-#include "platform/rk/frameSource.h"
-#include "platform/rk/movieFile.h"
-#include "platform/rk/rendering.h"
+#include "platform/rk/decode/frameSource.h"
+#include "platform/rk/draw/rendering.h"
+#include "platform/rk/file/movieFile.h"
 #include "platform/rk/rk.h"
 
 namespace kiv::rk {

@@ -5,7 +5,7 @@
 #include <new>
 
 #include "platform/glx/internal.h"
-#include "platform/rk/ffmpegCalls.h"
+#include "platform/rk/file/ffmpegCalls.h"
 #include "platform/rk/internal.h"
 #include "platform/rk/movie.h"
 #include "platform/support/error.h"

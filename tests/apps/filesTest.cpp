@@ -7,8 +7,8 @@
 #include <fstream>
 #include <iterator>
 
-#include "apps/kiv/frameWriter.h"
-#include "apps/kiv/tally.h"
+#include "apps/kiv/files/frameWriter.h"
+#include "apps/kiv/graph/tally.h"
 #include "platform/rk/rk.h"
 #include "platform/zv/zv.h"
 

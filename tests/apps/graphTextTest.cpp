@@ -1,5 +1,5 @@
 // The graph language: what is read from a text, and what is said of a wrong one.
-#include "apps/kiv/graphText.h"
+#include "apps/kiv/graph/graphText.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,8 +8,8 @@
 #include <cstring>
 #include <random>
 
-#include "apps/kiv/link.h"
-#include "apps/kiv/values.h"
+#include "apps/kiv/graph/link.h"
+#include "apps/kiv/graph/values.h"
 #include "platform/zv/zv.h"
 
 using testing::ElementsAre;

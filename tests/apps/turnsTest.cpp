@@ -3,7 +3,7 @@
 
 #include <future>
 
-#include "apps/kiv/runner.h"
+#include "apps/kiv/commands/runner.h"
 #include "platform/limits.h"
 #include "platform/wisp/wispSocket.h"
 #include "tests/apps/program.h"

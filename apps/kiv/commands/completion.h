@@ -1,0 +1,6 @@
+// completion.h - "kiv completion".
+#pragma once
+
+#include "apps/kiv/commands/command.h"
+
+extern const CommandKind completionCommand;

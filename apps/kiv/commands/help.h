@@ -1,0 +1,6 @@
+// help.h - "kiv help".
+#pragma once
+
+#include "apps/kiv/commands/command.h"
+
+extern const CommandKind helpCommand;

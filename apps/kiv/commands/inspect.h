@@ -1,0 +1,6 @@
+// inspect.h - "kiv inspect".
+#pragma once
+
+#include "apps/kiv/commands/command.h"
+
+extern const CommandKind inspectCommand;

@@ -1,0 +1,6 @@
+// man.h - "kiv man".
+#pragma once
+
+#include "apps/kiv/commands/command.h"
+
+extern const CommandKind manCommand;

@@ -1,0 +1,6 @@
+// probe.h - "kiv probe".
+#pragma once
+
+#include "apps/kiv/commands/command.h"
+
+extern const CommandKind probeCommand;

@@ -1,0 +1,6 @@
+// top.h - "kiv top".
+#pragma once
+
+#include "apps/kiv/commands/command.h"
+
+extern const CommandKind topCommand;

@@ -1,6 +1,0 @@
-// inspect.h - "kiv inspect".
-#pragma once
-
-#include "apps/kiv/command.h"
-
-extern const CommandKind inspectCommand;

@@ -1,6 +1,0 @@
-// play.h - kiv play: a movie, a camera or what a peer sends, in a window.
-#pragma once
-
-#include "apps/kiv/command.h"
-
-extern const CommandKind playCommand;

@@ -1,6 +1,0 @@
-// top.h - "kiv top".
-#pragma once
-
-#include "apps/kiv/command.h"
-
-extern const CommandKind topCommand;
