@@ -201,18 +201,24 @@ int kivIC::setPrintReturnErr(int value)
 // 8, 2000, 5, 2015 or 2007 on failure.
 int kivIC::setQueueMax(int images)
 {
-    if (imgConvCtx == nullptr)
-        return fail(kivErrICNone, __LINE__);
-    if (images < 0)
+    if (imgConvCtx != nullptr && images < 0)
         return fail(kivErrParams, __LINE__);
+    return setConversion(ZV_IC_QUEUE_MAX, images);
+}
+
+// One key of the conversion, for images not yet begun. Returns 2000, 5, 2015 or 2007.
+int kivIC::setConversion(const char* key, int value, const char* file)
+{
+    if (imgConvCtx == nullptr)
+        return fail(kivErrICNone, __LINE__, file);
     ZVparams* convParams = nullptr;
     if (zvParamsCreate(&convParams) != ZV_SUCCESS)
-        return fail(kivErrPoolParams, __LINE__);
+        return fail(kivErrPoolParams, __LINE__, file);
     int err = kivErrNone;
-    if (zvParamsSetInt(convParams, ZV_IC_QUEUE_MAX, images) != ZV_SUCCESS)
-        err = fail(kivErrICString, __LINE__);
+    if (zvParamsSetInt(convParams, key, value) != ZV_SUCCESS)
+        err = fail(kivErrICString, __LINE__, file);
     else if (zvICSetConvParams(imgConvCtx, convParams) != ZV_SUCCESS)
-        err = fail(kivErrICSetConv, __LINE__);
+        err = fail(kivErrICSetConv, __LINE__, file);
     zvParamsDestroy(convParams);
     return err;
 }

@@ -38,6 +38,7 @@ public:
 protected:
     // Prints the block if wanted; returns the id.
     int fail(int errorID, int line, const char* file = "kivIC");
+    int setConversion(const char* key, int value, const char* file = "kivIC");
 
 private:
     int describe(ZVparams* params, ZVimagepacking packing, const char* compression);

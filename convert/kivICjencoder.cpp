@@ -60,3 +60,6 @@ int kivICjencoder::setQuality(int percent)
     zvParamsDestroy(convParams);
     return kivErrNone;
 }
+
+// Frames not yet begun have so many bands.
+int kivICjencoder::setBands(int bands) { return setConversion(ZV_IC_BANDS, bands, fileWord); }

@@ -32,6 +32,7 @@ struct ConvertSettings {
     double quality = 0.75;  // 0 lowest to 1
     int speed = ZV_IC_SPEED_REALTIME;  // ZVicspeed
     bool fullRange = false;  // CbYCr levels are 0..255, not 16..235 and 16..240
+    int bands = 0;  // restart intervals of a JPEG; 0 = by its height
 };
 
 // One image to convert. `stop` (may be null) ends a long conversion early.
@@ -46,11 +47,36 @@ struct ConvertJob {
     bool stopped() const { return stop != nullptr && stop->load(std::memory_order_relaxed); }
 };
 
+// One image cut into bands of whole rows, which engines of the same formats may
+// convert side by side.
+struct BandPlan {
+    static constexpr int most = 16;
+    struct Band {
+        int row = 0;  // the first, of the picture
+        int rows = 0;
+        size_t begin = 0;  // encoding: its room in the output; decoding: its bytes of the input
+        size_t end = 0;
+        int marker = 0;  // decoding: number, 0 to 7, of the first restart marker within
+        size_t bytes = 0;  // encoding: written at `begin`
+    };
+    int count = 0;
+    Band bands[most];
+};
+
 // What converts images of one pair of formats, one after the other: it keeps
 // its library state and scratch rows between images. One thread at a time.
 class ConvertEngine {
 public:
     virtual ~ConvertEngine() = default;
+
+    // How at most `most` engines could share the image; false, nothing recorded, when
+    // it is better converted whole.
+    virtual bool plan(const ConvertJob&, int /*most*/, BandPlan*) { return false; }
+    // Converts one band of a plan. 0, or -1: then the image is converted whole, which
+    // tells why it fails or does not.
+    virtual int convertBand(const ConvertJob&, BandPlan::Band&) { return -1; }
+    // When all bands are there: as convert.
+    virtual int join(const ConvertJob&, const BandPlan&) { return -1; }
 
     // Returns the bytes written to job.out, never more than its capacity, or -1,
     // recorded. A failed image leaves nothing behind in the engine.

@@ -51,6 +51,8 @@ int Converter::setSettings(const ZVparams* p)
         settings.speed = paramsGetEnum(p, ZV_IC_SPEED);
     if (has(ZV_IC_FULL_RANGE, ZV_TYPE_INT))
         settings.fullRange = paramsGetInt(p, ZV_IC_FULL_RANGE) != 0;
+    if (has(ZV_IC_BANDS, ZV_TYPE_INT))
+        settings.bands = paramsGetInt(p, ZV_IC_BANDS);
     if (has(ZV_IC_QUEUE_MAX, ZV_TYPE_INT))
         queueMax = paramsGetInt(p, ZV_IC_QUEUE_MAX);
     if (has(ZV_IC_WORKERS, ZV_TYPE_INT))
@@ -58,6 +60,9 @@ int Converter::setSettings(const ZVparams* p)
     if (!(settings.quality >= 0 && settings.quality <= 1))
         return recordError(ZV_ERROR_ARGUMENT, "%s %g is not within 0 and 1", ZV_IMAGE_QUALITY_SPATIAL,
                            settings.quality);
+    if (settings.bands < 0 || settings.bands > BandPlan::most)
+        return recordError(ZV_ERROR_ARGUMENT, "%s %d is not within 0 and %d", ZV_IC_BANDS, settings.bands,
+                           BandPlan::most);
     if (queueMax < 0 || workers < 0)
         return recordError(ZV_ERROR_ARGUMENT, "%s %d and %s %d must not be negative", ZV_IC_QUEUE_MAX, queueMax,
                            ZV_IC_WORKERS, workers);

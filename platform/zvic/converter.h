@@ -19,6 +19,10 @@ namespace kiv {
 // later images never hold all buffers while the oldest wants one. Each begun
 // image has its place in `results_`, where it becomes a good or a failed result;
 // those at the front that are done can be received.
+//
+// An image behind which none waits is shared in bands with the workers that have
+// nothing to do: that is the shortest way for the one image, while with more of them
+// waiting an image for each worker is. Whoever ends the last band ends the image.
 class Converter {
 public:
     explicit Converter(const ConverterKind& kind) : kind_(kind) { }
@@ -55,13 +59,37 @@ private:
         ConvertSettings settings;
     };
 
+    // An image that is being converted in bands.
+    struct Shared {
+        Task task;
+        ConvertJob job;
+        BandPlan plan;
+        int begun = 0;  // bands
+        int unfinished = 0;  // bands; 0: free for another image
+        bool failed = false;
+    };
+    struct Worker {
+        std::unique_ptr<ConvertEngine> engine;
+        Shared shared;  // the image that it has begun; may outlast its own part in it
+        long long cpuNs = 0;  // counted so far
+
+        long long newCpuNs();
+    };
+
     int workerCount() const;
     int startWorkers();
-    void work(ConvertEngine& engine);
-    bool begin(Task* task);
+    void work(Worker& me);
+    bool begin(Worker& me, Task* task, int* helpers);
+    bool nextWork(std::unique_lock<std::mutex>& lock, Worker& me);
     void takeBuffer(std::unique_lock<std::mutex>& lock, ZVbuffer* out);
     int awaitPool(ZVbufferpool pool);
-    int convert(ConvertEngine& engine, const Task& task);
+    static int prepare(const Task& task, ConvertJob* job);
+    void convertTask(Worker& me, const Task& task, int helpers);
+    bool share(Worker& me, const Task& task, const ConvertJob& job, int helpers);
+    void convertBands(Worker& me, Shared& shared);
+    bool takeBand(Shared& shared, int* band);
+    bool endBand(Worker& me, Shared& shared, bool good);
+    void end(Worker& me, const Task& task, int bytes);
     void finish(const Task& task, bool good, long long cpuNs);
     void dropOldest();
     void signal();
@@ -85,11 +113,13 @@ private:
     size_t ready_ = 0;  // done results at the front
     int running_ = 0;  // images begun and not done
     bool beginning_ = false;  // a worker is taking a destination buffer
+    int idle_ = 0;  // workers that wait for something to do
+    Shared* open_ = nullptr;  // has bands that nobody has begun
     ZVicStats stats_ = {};
     UniqueFd queueFd_;  // readable while ready_ > 0; made when asked for
     UniqueFd wakeFd_;  // ends a wait for the pool; made with the workers
 
-    std::vector<std::unique_ptr<ConvertEngine>> engines_;
+    std::vector<Worker> states_;
     std::vector<std::thread> workers_;
 };
 

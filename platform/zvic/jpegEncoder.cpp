@@ -1,10 +1,12 @@
 // jpegEncoder.cpp - uncompressed pictures to JPEG.
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <new>
 
 #include "platform/support/error.h"
 #include "platform/zvic/codec.h"
+#include "platform/zvic/jpegBands.h"
 #include "platform/zvic/jpegSupport.h"
 #include "platform/zvic/rows.h"
 
@@ -13,6 +15,11 @@ namespace kiv {
 namespace {
 
 constexpr int groupRows = DCTSIZE;  // luma rows of one row of blocks at 4:2:2
+constexpr int longestInterval = 65535;  // MCUs between two restart markers
+
+// Restart intervals of a picture when nothing is asked: bands small enough to be
+// worth a thread's wake-up each.
+int usualBands(int height) { return height < 480 ? 1 : height <= 1088 ? 2 : 4; }
 
 bool encoderMatches(const ImageFormat& src, const ImageFormat& dst)
 {
@@ -24,8 +31,9 @@ bool encoderMatches(const ImageFormat& src, const ImageFormat& dst)
 
 // Colour pictures become 4:2:2, LUMINANCE becomes grey. CbYCrY goes in as it is,
 // row group by row group, through planes that stay in cache. Rows of blocks depend
-// on one another only through the entropy coder: with restart markers between them,
-// bands of one picture could be coded by several engines.
+// on one another only through the entropy coder. Restart markers part them into
+// bands: the bytes are the same whether one engine codes the picture or each band
+// has its own.
 class JpegEncoder final : public ConvertEngine {
 public:
     explicit JpegEncoder(const ImageFormat& src) : src_(src), frameBytes_(size_t(imageBytesMax(src)))
@@ -42,10 +50,24 @@ public:
 
     int setUp();
     int convert(const ConvertJob& job) override;
+    bool plan(const ConvertJob& job, int most, BandPlan* plan) override;
+    int convertBand(const ConvertJob& job, BandPlan::Band& band) override;
+    int join(const ConvertJob& job, const BandPlan& plan) override;
 
 private:
+    // Rows of the picture, and the room for their bytes.
+    struct Piece {
+        const uint8_t* in;
+        int rows;
+        uint8_t* out;
+        size_t room;
+        bool tables;  // the head has them
+    };
+
     void configure();
-    int encode(const ConvertJob& job);
+    int encode(const ConvertJob& job, const Piece& piece);
+    size_t write(const ConvertJob& job, const Piece& piece);
+    int bandRows(const ConvertSettings& settings) const;
     void applySettings(const ConvertSettings& settings);
     void writeCbYCrY(const uint8_t* in);
     void writePixels(const uint8_t* in);
@@ -121,28 +143,104 @@ int JpegEncoder::convert(const ConvertJob& job)
 {
     if (job.inSize < frameBytes_)
         return recordError(ZV_ERROR_DATA, "the image has %zu bytes of %zu", job.inSize, frameBytes_);
+    return encode(job, {job.in, src_.height, job.out, job.outCapacity, true});
+}
+
+// Bytes written, or -1 with an error recorded.
+int JpegEncoder::encode(const ConvertJob& job, const Piece& piece)
+{
     errors_.job = &job;
     if (setjmp(errors_.escape) != 0) {
         jpeg_abort_compress(&cinfo_);
         return recordError(errors_.number, "JPEG encoder: %s", errors_.text);
     }
-    return encode(job);
+    return int(write(job, piece));
 }
 
-int JpegEncoder::encode(const ConvertJob& job)
+size_t JpegEncoder::write(const ConvertJob& job, const Piece& piece)
 {
     applySettings(job.settings);
-    destination_.next_output_byte = job.out;
-    destination_.free_in_buffer = job.outCapacity;
-    if (job.outCapacity == 0)
+    const int rowsEach = bandRows(job.settings);
+    cinfo_.restart_in_rows = rowsEach < src_.height ? rowsEach / groupRows : 0;
+    cinfo_.restart_interval = 0;  // libjpeg's own, from the rows
+    cinfo_.image_height = JDIMENSION(piece.rows);
+    destination_.next_output_byte = piece.out;
+    destination_.free_in_buffer = piece.room;
+    if (piece.room == 0)
         destinationFull(&cinfo_);
-    jpeg_start_compress(&cinfo_, TRUE);
+    jpeg_suppress_tables(&cinfo_, boolean(!piece.tables));
+    jpeg_start_compress(&cinfo_, FALSE);
     if (raw_)
-        writeCbYCrY(job.in);
+        writeCbYCrY(piece.in);
     else
-        writePixels(job.in);
+        writePixels(piece.in);
     jpeg_finish_compress(&cinfo_);
-    return int(job.outCapacity - destination_.free_in_buffer);
+    return piece.room - destination_.free_in_buffer;
+}
+
+// Rows of pixels between two restart markers; the picture's height when there are none.
+int JpegEncoder::bandRows(const ConvertSettings& settings) const
+{
+    const int bands = settings.bands > 0 ? settings.bands : usualBands(src_.height);
+    const int groups = (src_.height + groupRows - 1) / groupRows;
+    const int each = (groups + bands - 1) / bands;
+    const int mcuWidth = cinfo_.num_components == 1 ? DCTSIZE : 2 * DCTSIZE;
+    const int mcusPerRow = (src_.width + mcuWidth - 1) / mcuWidth;
+    return each < groups && each <= longestInterval / mcusPerRow ? each * groupRows : src_.height;
+}
+
+// Each band is written into a part of the output of its own.
+bool JpegEncoder::plan(const ConvertJob& job, int, BandPlan* plan)
+{
+    const int rowsEach = bandRows(job.settings);
+    const int count = (src_.height + rowsEach - 1) / rowsEach;
+    if (count < 2 || count > BandPlan::most || job.inSize < frameBytes_)
+        return false;
+    const size_t room = job.outCapacity / size_t(count);
+    for (int i = 0; i < count; ++i) {
+        BandPlan::Band& band = plan->bands[i];
+        band = {};
+        band.row = i * rowsEach;
+        band.rows = std::min(rowsEach, src_.height - band.row);
+        band.begin = size_t(i) * room;
+        band.end = band.begin + room;
+    }
+    plan->count = count;
+    return true;
+}
+
+// A JPEG of the band alone; all but the first without tables.
+int JpegEncoder::convertBand(const ConvertJob& job, BandPlan::Band& band)
+{
+    const size_t rowBytes = size_t(src_.width) * size_t(pixelBytes_);
+    const int bytes = encode(
+        job,
+        {job.in + size_t(band.row) * rowBytes, band.rows, job.out + band.begin, band.end - band.begin, band.row == 0});
+    band.bytes = size_t(std::max(bytes, 0));
+    return bytes < 0 ? -1 : 0;
+}
+
+// The first band's head with the whole height, then the bands' data with a
+// restart marker between two.
+int JpegEncoder::join(const ConvertJob& job, const BandPlan& plan)
+{
+    JpegHead head;
+    const BandPlan::Band& first = plan.bands[0];
+    if (!readJpegHead(job.out, first.bytes, &head))
+        return recordError(ZV_ERROR_DATA, "JPEG encoder: a band has no head");
+    job.out[head.heightAt] = uint8_t(src_.height >> 8);
+    job.out[head.heightAt + 1] = uint8_t(src_.height & 0xff);
+    size_t end = first.bytes;
+    for (int i = 1; i < plan.count; ++i) {
+        const BandPlan::Band& band = plan.bands[i];
+        JpegHead own;
+        if (!readJpegHead(job.out + band.begin, band.bytes, &own))
+            return recordError(ZV_ERROR_DATA, "JPEG encoder: a band has no head");
+        job.out[end - 1] = uint8_t(jpegRst0 + ((i - 1) & 7));  // for the end marker
+        memmove(job.out + end, job.out + band.begin + own.dataAt, band.bytes - own.dataAt);
+        end += band.bytes - own.dataAt;
+    }
+    return int(end);
 }
 
 void JpegEncoder::applySettings(const ConvertSettings& settings)
@@ -163,8 +261,9 @@ void JpegEncoder::writeCbYCrY(const uint8_t* in)
     const int paddedPairs = (pairs + DCTSIZE - 1) & ~(DCTSIZE - 1);
     JSAMPROW rows[3][groupRows];
     JSAMPARRAY groups[3] = {rows[0], rows[1], rows[2]};
-    for (int y = 0; y < src_.height; y += groupRows) {
-        const int n = src_.height - y < groupRows ? src_.height - y : groupRows;
+    const int height = int(cinfo_.image_height);
+    for (int y = 0; y < height; y += groupRows) {
+        const int n = std::min(height - y, groupRows);
         unpackCbYCrY(in + y * stride, stride, planes_, src_.width, n);
         for (int i = 0; i < groupRows; ++i) {
             const int row = i < n ? i : n - 1;

@@ -57,6 +57,7 @@ bool JpegPlanes::regular(const jpeg_decompress_struct& cinfo) const
 void JpegPlanes::choose(j_decompress_ptr cinfo, bool smooth)
 {
     makeScratch(cinfo);
+    height_ = int(cinfo->image_height);
     smooth_ = smooth;
     if (cinfo->jpeg_color_space == JCS_GRAYSCALE) {
         way_ = Way::Grey;

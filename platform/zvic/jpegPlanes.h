@@ -21,7 +21,7 @@ namespace kiv {
 //           and the mean of each pair is taken.
 class JpegPlanes {
 public:
-    JpegPlanes(int width, int height) : width_(width), height_(height) { }
+    explicit JpegPlanes(int width) : width_(width) { }
 
     // Between jpeg_read_header and jpeg_start_decompress: sets what libjpeg shall
     // put out. Takes scratch memory through `cinfo` on the first use.
@@ -47,7 +47,7 @@ private:
     void emitSmoothRow(uint8_t* out, int y);
 
     int width_;
-    int height_;
+    int height_ = 0;  // of the picture, or the band of it, that is read
     Way way_ = Way::Grey;
     bool smooth_ = false;
     bool fullColumns_ = false;  // chroma has as many columns as luma

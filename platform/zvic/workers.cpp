@@ -35,15 +35,16 @@ private:
     sigset_t before_;
 };
 
-// CPU time of the calling thread.
-long long threadCpuNs()
+}  // namespace
+
+// CPU time of the calling thread, the worker's, since it was last asked.
+long long Converter::Worker::newCpuNs()
 {
     timespec time = {};
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-    return (long long)(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+    const long long now = (long long)(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+    return now - std::exchange(cpuNs, now);
 }
-
-}  // namespace
 
 // On the first image, under the lock. Fewer threads than wanted will do, none will not.
 int Converter::startWorkers()
@@ -55,17 +56,17 @@ int Converter::startWorkers()
     if (!wakeFd_)
         return recordSystemError(ZV_ERROR_SYSTEM, "eventfd");
     const int count = workerCount();
-    engines_.clear();
-    for (int i = 0; i < count; ++i) {
-        engines_.push_back(kind_.open(formats_[Src], formats_[Dst]));
-        if (engines_.back() == nullptr)
+    states_ = std::vector<Worker>(size_t(count));
+    for (Worker& state : states_) {
+        state.engine = kind_.open(formats_[Src], formats_[Dst]);
+        if (state.engine == nullptr)
             return -1;
     }
     workers_.reserve(size_t(count));
     const SignalsBlocked blocked;
     try {
-        for (const auto& engine : engines_)
-            workers_.emplace_back([this, &engine] { work(*engine); });
+        for (Worker& state : states_)
+            workers_.emplace_back([this, &state] { work(state); });
     } catch (const std::system_error& error) {
         if (workers_.empty())
             return recordError(ZV_ERROR_SYSTEM, "no worker thread: %s", error.what());
@@ -73,27 +74,21 @@ int Converter::startWorkers()
     return 0;
 }
 
-void Converter::work(ConvertEngine& engine)
+void Converter::work(Worker& me)
 {
     pthread_setname_np(pthread_self(), "kiv-convert");
     Task task;
-    long long counted = 0;
-    while (begin(&task)) {
-        const bool good = convert(engine, task) == 0;
-        bufferFree(task.in);
-        if (!good && task.out != nullptr)
-            bufferFree(task.out);
-        const long long cpu = threadCpuNs();
-        finish(task, good, cpu - std::exchange(counted, cpu));
-    }
+    int helpers = 0;
+    while (begin(me, &task, &helpers))
+        convertTask(me, task, helpers);
 }
 
-// Waits for the next image and its destination buffer; false when the converter closes.
-bool Converter::begin(Task* task)
+// Waits for the next image and its destination buffer; false when the converter
+// closes. `helpers` idle workers could take bands of the image.
+bool Converter::begin(Worker& me, Task* task, int* helpers)
 {
     std::unique_lock lock(mutex_);
-    work_.wait(lock, [this] { return stopping_ || (!waiting_.empty() && !beginning_); });
-    if (stopping_)
+    if (!nextWork(lock, me))
         return false;
     beginning_ = true;
     takeBuffer(lock, &task->out);
@@ -110,10 +105,27 @@ bool Converter::begin(Task* task)
     results_.pushBack();
     ++running_;
     const bool more = !waiting_.empty();
+    *helpers = more || open_ != nullptr || me.shared.unfinished > 0 ? 0 : idle_;
     lock.unlock();
     if (more)
         work_.notify_one();
     return true;
+}
+
+// Until an image waits that this worker may begin; bands of another's image come first.
+bool Converter::nextWork(std::unique_lock<std::mutex>& lock, Worker& me)
+{
+    for (;;) {
+        ++idle_;
+        work_.wait(lock, [this] { return stopping_ || open_ != nullptr || (!waiting_.empty() && !beginning_); });
+        --idle_;
+        if (open_ == nullptr)
+            return !stopping_;
+        Shared& shared = *open_;
+        lock.unlock();
+        convertBands(me, shared);
+        lock.lock();
+    }
 }
 
 // Waits, unlocked, while the pool is empty. Leaves null when the converter closes
@@ -149,24 +161,105 @@ int Converter::awaitPool(ZVbufferpool pool)
     return 0;
 }
 
-int Converter::convert(ConvertEngine& engine, const Task& task)
+int Converter::prepare(const Task& task, ConvertJob* job)
 {
     if (task.out == nullptr)
         return -1;
-    ConvertJob job;
-    job.in = static_cast<const uint8_t*>(bufferMap(task.in));
+    job->in = static_cast<const uint8_t*>(bufferMap(task.in));
     const int inSize = bufferSize(task.in);
-    job.inSize = size_t(inSize);
-    job.out = static_cast<uint8_t*>(bufferMap(task.out));
-    job.outCapacity = size_t(bufferCapacity(task.out));
-    job.settings = task.settings;
+    job->inSize = size_t(inSize);
+    job->out = static_cast<uint8_t*>(bufferMap(task.out));
+    job->outCapacity = size_t(bufferCapacity(task.out));
+    job->settings = task.settings;
+    return job->in == nullptr || job->out == nullptr || inSize < 0 ? -1 : 0;
+}
+
+void Converter::convertTask(Worker& me, const Task& task, int helpers)
+{
+    ConvertJob job;
     job.stop = &stopping_;
-    if (job.in == nullptr || job.out == nullptr || inSize < 0)
-        return -1;
-    const int bytes = engine.convert(job);
-    if (bytes < 0 || bufferSetSize(task.out, bytes) != 0)
-        return -1;
-    return bufferSetStamp(task.out, bufferStamp(task.in));
+    const bool ready = prepare(task, &job) == 0;
+    if (ready && helpers > 0 && share(me, task, job, helpers))
+        return;
+    end(me, task, ready ? me.engine->convert(job) : -1);
+}
+
+// Converts the image together with idle workers; false when it has no bands.
+bool Converter::share(Worker& me, const Task& task, const ConvertJob& job, int helpers)
+{
+    Shared& shared = me.shared;
+    if (!me.engine->plan(job, helpers + 1, &shared.plan))
+        return false;
+    {
+        std::lock_guard lock(mutex_);
+        if (open_ != nullptr)
+            return false;
+        shared.task = task;
+        shared.job = job;
+        shared.begun = 0;
+        shared.unfinished = shared.plan.count;
+        shared.failed = false;
+        open_ = &shared;
+        ++stats_.shared;
+    }
+    for (int i = 1; i < shared.plan.count && i <= helpers; ++i)
+        work_.notify_one();
+    convertBands(me, shared);
+    return true;
+}
+
+// Bands of the image until none is left to begin.
+void Converter::convertBands(Worker& me, Shared& shared)
+{
+    int band = 0;
+    while (takeBand(shared, &band)) {
+        if (!endBand(me, shared, me.engine->convertBand(shared.job, shared.plan.bands[band]) == 0))
+            continue;
+        const Task task = shared.task;
+        const int bytes = shared.failed ? me.engine->convert(shared.job) : me.engine->join(shared.job, shared.plan);
+        {
+            std::lock_guard lock(mutex_);
+            shared.unfinished = 0;
+        }
+        end(me, task, bytes);
+        return;
+    }
+}
+
+bool Converter::takeBand(Shared& shared, int* band)
+{
+    std::lock_guard lock(mutex_);
+    if (open_ != &shared)
+        return false;
+    *band = shared.begun++;
+    if (shared.begun == shared.plan.count)
+        open_ = nullptr;
+    return true;
+}
+
+// True for the last one, which leaves the image to the caller.
+bool Converter::endBand(Worker& me, Shared& shared, bool good)
+{
+    const long long cpuNs = me.newCpuNs();
+    std::lock_guard lock(mutex_);
+    stats_.cpuNs += cpuNs;
+    shared.failed = shared.failed || !good;
+    if (shared.unfinished > 1) {
+        --shared.unfinished;
+        return false;
+    }
+    return true;
+}
+
+// The image is `bytes` long now, or -1: its error is this thread's last.
+void Converter::end(Worker& me, const Task& task, int bytes)
+{
+    const bool good
+        = bytes >= 0 && bufferSetSize(task.out, bytes) == 0 && bufferSetStamp(task.out, bufferStamp(task.in)) == 0;
+    bufferFree(task.in);
+    if (!good && task.out != nullptr)
+        bufferFree(task.out);
+    finish(task, good, me.newCpuNs());
 }
 
 // Makes the result known; the error of a failed one is this thread's last.

@@ -9,6 +9,14 @@
  * converted by BT.601. A JPEG holds levels 0..255, and CbYCrY passes into and out
  * of it untouched: say ZV_IC_FULL_RANGE to a pixel converter of such CbYCrY.
  *
+ * Bands: a JPEG is encoded in bands of whole rows of blocks with a restart marker
+ * between two (two bands from 480 rows on, four above 1088, unless ZV_IC_BANDS says
+ * otherwise; none where an interval would be longer than 65535 blocks of 16x8).
+ * While no other image waits, idle workers take bands of it. So they do in decoding,
+ * whoever made the JPEG, when its restart intervals are whole rows and no row of
+ * chroma is made from its neighbours (4:2:0 to RGB is decoded whole). Neither the
+ * bytes nor the samples depend on how many workers there were.
+ *
  * Encoding: colour becomes 4:2:2, LUMINANCE becomes grey; the accurate transform in
  * both speeds (the fast one saved 4 % of the time and cost 0.03 dB).
  * Decoding: the accurate transform in both speeds. RGB packings and LUMINANCE are
@@ -28,11 +36,7 @@ KIV_C_BEGIN
 
 typedef struct ZVimageconverterRec* ZVimageconverter; /* 0 = none */
 
-typedef enum ZVicspeed {
-    ZV_IC_SPEED_UNDEFINED = 0,
-    ZV_IC_SPEED_REALTIME = 1,
-    ZV_IC_SPEED_NONREALTIME = 2
-} ZVicspeed;
+typedef enum ZVicspeed { ZV_IC_SPEED_UNDEFINED = 0, ZV_IC_SPEED_REALTIME = 1, ZV_IC_SPEED_NONREALTIME = 2 } ZVicspeed;
 
 typedef enum ZVcodedirection {
     ZV_IC_CODE_DIRECTION_UNDEFINED = 0,
@@ -40,9 +44,10 @@ typedef enum ZVcodedirection {
     ZV_IC_CODE_DIRECTION_DECODE = 2
 } ZVcodedirection;
 
-#define ZV_IC_SPEED "ZV_IC_SPEED"         /* enum ZVicspeed, conversion key */
+#define ZV_IC_SPEED "ZV_IC_SPEED" /* enum ZVicspeed, conversion key */
 #define ZV_IC_QUEUE_MAX "ZV_IC_QUEUE_MAX" /* int, conversion key: images waiting at most; 0 = no limit */
-#define ZV_IC_WORKERS "ZV_IC_WORKERS"     /* int, conversion key, before the first image: threads; 0 = one per core */
+#define ZV_IC_WORKERS "ZV_IC_WORKERS" /* int, conversion key, before the first image: threads; 0 = one per core */
+#define ZV_IC_BANDS "ZV_IC_BANDS" /* int, conversion key: bands of a JPEG encoded, 0 to 16; 0 = by its height */
 #define ZV_IC_FULL_RANGE "ZV_IC_FULL_RANGE" /* int, conversion key: 1 = CbYCr and LUMINANCE levels are 0..255 */
 
 /* The first converter that turns `src` images into `dst` images under `conv`:
@@ -81,11 +86,12 @@ KIV_API int zvICGetSrcQueueFilled(ZVimageconverter ic); /* images waiting or bei
 KIV_API int zvICGetDstQueueFilled(ZVimageconverter ic); /* results waiting */
 
 typedef struct ZVicStats {
-    long long sent;      /* images accepted */
+    long long sent; /* images accepted */
     long long converted; /* good results */
-    long long failed;    /* failed results */
-    long long dropped;   /* images that gave way under ZV_IC_QUEUE_MAX */
-    long long cpuNs;     /* CPU time of its worker threads */
+    long long failed; /* failed results */
+    long long dropped; /* images that gave way under ZV_IC_QUEUE_MAX */
+    long long cpuNs; /* CPU time of its worker threads */
+    long long shared;    /* images that workers took in bands */
 } ZVicStats;
 KIV_API int zvICGetStats(ZVimageconverter ic, ZVicStats* stats);
 
