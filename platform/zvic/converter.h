@@ -1,6 +1,8 @@
 // converter.h - an open converter: its queues, its workers, its descriptor.
 #pragma once
 
+#include <sched.h>
+
 #include <atomic>
 #include <condition_variable>
 #include <memory>
@@ -72,8 +74,12 @@ private:
         std::unique_ptr<ConvertEngine> engine;
         Shared shared;  // the image that it has begun; may outlast its own part in it
         long long cpuNs = 0;  // counted so far
+        int thread = 0;  // of the system; 0: has not begun
+        cpu_set_t cores = {};  // that it was given
+        int avoids = -1;  // the one core of these that it is kept from
 
         long long newCpuNs();
+        void avoid(int core);
     };
 
     int workerCount() const;
@@ -87,6 +93,7 @@ private:
     void convertTask(Worker& me, const Task& task, int helpers);
     bool share(Worker& me, const Task& task, const ConvertJob& job, int helpers);
     void convertBands(Worker& me, Shared& shared);
+    void spread(const Worker& me);
     bool takeBand(Shared& shared, int* band);
     bool endBand(Worker& me, Shared& shared, bool good);
     void end(Worker& me, const Task& task, int bytes);

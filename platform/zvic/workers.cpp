@@ -3,6 +3,7 @@
 #include <pthread.h>
 #include <signal.h>
 #include <sys/eventfd.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -77,6 +78,11 @@ int Converter::startWorkers()
 void Converter::work(Worker& me)
 {
     pthread_setname_np(pthread_self(), "kiv-convert");
+    {
+        std::lock_guard lock(mutex_);
+        if (sched_getaffinity(0, sizeof me.cores, &me.cores) == 0)
+            me.thread = gettid();
+    }
     Task task;
     int helpers = 0;
     while (begin(me, &task, &helpers))
@@ -192,7 +198,7 @@ bool Converter::share(Worker& me, const Task& task, const ConvertJob& job, int h
         return false;
     {
         std::lock_guard lock(mutex_);
-        if (open_ != nullptr)
+        if (open_ != nullptr || stopping_)
             return false;
         shared.task = task;
         shared.job = job;
@@ -201,11 +207,33 @@ bool Converter::share(Worker& me, const Task& task, const ConvertJob& job, int h
         shared.failed = false;
         open_ = &shared;
         ++stats_.shared;
+        spread(me);
     }
     for (int i = 1; i < shared.plan.count && i <= helpers; ++i)
         work_.notify_one();
     convertBands(me, shared);
     return true;
+}
+
+// A thread that sleeps is often woken on the core of whoever wakes it, behind him,
+// while another core has nothing to do. Under the lock.
+void Converter::spread(const Worker& me)
+{
+    const int core = sched_getcpu();
+    for (Worker& other : states_) {
+        if (&other != &me)
+            other.avoid(core);
+    }
+}
+
+void Converter::Worker::avoid(int core)
+{
+    if (avoids == core || thread == 0 || core < 0)
+        return;
+    cpu_set_t others = cores;
+    CPU_CLR(core, &others);
+    if (CPU_COUNT(&others) > 0 && sched_setaffinity(thread, sizeof others, &others) == 0)
+        avoids = core;
 }
 
 // Bands of the image until none is left to begin.

@@ -105,6 +105,8 @@ constexpr NodeKind jpegdecKind = {
 
 constexpr Member jpegencMembers[] = {
     numberMember("quality", MemberType::integer, 0, 100, "%", "75", "0 smallest to 100 best"),
+    numberMember("bands", MemberType::integer, 0, 16, "", "0",
+                 "of each frame, for cores side by side; 0: by its height"),
 };
 constexpr NodeKind jpegencKind = {
     .name = "jpegenc",

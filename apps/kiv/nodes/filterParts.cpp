@@ -105,6 +105,7 @@ PictureFormat EncoderPart::configure(const PictureFormat& in, const Below&)
     encoder_.quality = float(text_.value("quality").number / 100.0);
     out = setUp(in, out);
     encoder_.setQuality(int(text_.value("quality").number));  // the percentage as it was written
+    encoder_.setBands(int(text_.value("bands").number));
     return out;
 }
 
